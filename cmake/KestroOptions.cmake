@@ -1,0 +1,30 @@
+# Compile options of everything in this tree, and the paths that a build may move.
+
+find_program(CCACHE ccache)
+if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+set(KESTRO_SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize= (address,undefined or thread)")
+if(KESTRO_SANITIZE)
+  add_compile_options(-fsanitize=${KESTRO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${KESTRO_SANITIZE})
+endif()
+
+# Warnings of our own targets. A consumer of the library does not inherit them.
+add_library(kestro_warnings INTERFACE)
+target_compile_options(kestro_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(KESTRO_WERROR)
+  target_compile_options(kestro_warnings INTERFACE -Werror)
+endif()
+
+# The file paths that daemons are built with: each a macro of kestro_general.h, which holds the default.
+# A value given here replaces it, for tests and for builds that run without privileges.
+set(KESTRO_PATH_DEFINITIONS "")
+foreach(path KESTRO_LSYSLOG_CONF_FILE KESTRO_CFGDB_FILE KESTRO_UPDATE_DIR)
+  set(${path} "" CACHE STRING "Replaces the path ${path} of kestro_general.h")
+  if(${path})
+    list(APPEND KESTRO_PATH_DEFINITIONS "${path}=\"${${path}}\"")
+  endif()
+endforeach()

@@ -1,0 +1,16 @@
+/*
+ * kestro.h - the whole library.
+ */
+#ifndef KESTRO_H
+#define KESTRO_H
+
+#include "kestro_conf_parser.h"
+#include "kestro_error.h"
+#include "kestro_general.h"
+#include "kestro_jrpc.h"
+#include "kestro_lsyslog.h"
+#include "kestro_malloc.h"
+#include "kestro_string.h"
+#include "kestro_utils.h"
+
+#endif

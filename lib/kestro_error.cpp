@@ -1,0 +1,101 @@
+#include "kestro_error.h"
+
+#include <cstdlib>
+#include <iterator>
+
+// By the magnitude of the status. Numbers and texts are known to every client: rows are added, never changed.
+const char* const kestro_error_strings[82] = {
+    // clang-format off
+    /*  0 */ "No Error or invalid error code",
+    /*  1 */ "General error",
+    /*  2 */ "Time out error",
+    /*  3 */ "Unimplemented function error",
+    /*  4 */ "Parameter error",
+    /*  5 */ "Invalid Edge Switch ID",
+    /*  6 */ "Invalid port",
+    /*  7 */ "System access error",
+    /*  8 */ "Edge Switch offline",
+    /*  9 */ "Invalid Error Code - No Message available",
+    /* 10 */ "System variables uninitialized",
+    /* 11 */ "Internal Error - DB Busy",
+    /* 12 */ "Internal Error - DB Access Unfinished",
+    /* 13 */ "Expected Converter Port.  Only a C-port is valid for this command",
+    /* 14 */ "Expected Dedicated Port.  Only a D-port is valid for this command",
+    /* 15 */ "Expected an Edge Switch.",
+    /* 16 */ "Hardware Error",
+    /* 17 */ "Invalid Error Code - No Message available",
+    /* 18 */ "This command doesn't accept multiple VLANS",
+    /* 19 */ "The number of VLAN IDs entered exceed the maximum number allowed.",
+    /* 20 */ "The input to an internal function was null",
+    /* 21 */ "Data was about to be written to unallocated memory",
+    /* 22 */ "Unable to allocate memory",
+    /* 23 */ "Unable to find entry in database",
+    /* 24 */ "Multiple Instances of Same Input Parameter",
+    /* 25 */ "No timer expiration have occurred on read fd",
+    /* 26 */ "Edge Switch already exists.",
+    /* 27 */ "MAC Address already exists.",
+    /* 28 */ "Edge Switch model does not exist.",
+    /* 29 */ "Edge Switch is online.",
+    /* 30 */ "An error occurred when trying to formulate the json response.",
+    /* 31 */ "A given parameter in a JSON Request was invalid.",
+    /* 32 */ "The unit is not in ACTIVE mode.",
+    /* 33 */ "Invalid date and time. Input format should be YYYY-MM-DD HH:MM",
+    /* 34 */ "Validation has failed",
+    /* 35 */ "Request parameter not found",
+    /* 36 */ "The maximum number of Edge Switches that can be registered has been reached",
+    /* 37 */ "The given port/switch does not support PoE",
+    /* 38 */ "No records found for given database query",
+    /* 39 */ "Data constraint violation",
+    /* 40 */ "File could not be opened",
+    /* 41 */ "Insufficient buffer space for the output string value",
+    /* 42 */ "Invalid entry in the conf file",
+    /* 43 */ "Invalid result entry",
+    /* 44 */ "No JSON ID in request",
+    /* 45 */ "System is busy",
+    /* 46 */ "Nanomsg socket timeout",
+    /* 47 */ "The given port does not exist",
+    /* 48 */ "The current software version matches the factory default version",
+    /* 49 */ "The given value is reserved internally",
+    /* 50 */ "Could not receive a response from the system",
+    /* 51 */ "Timed out while trying to connect to a remote TCP port",
+    /* 52 */ "Multiple lasers are configured to be redundant with different IP addresses",
+    /* 53 */ "A VTR-H9 may not perform a config database sync while one of its lasers is in protect mode",
+    /* 54 */ "A VTR-H9 may not perform a config database sync while no lasers are in active mode",
+    /* 55 */ "The entity is invalid",
+    /* 56 */ "Failed to communicate with the Edge Switch",
+    /* 57 */ "Unexpected parameter detected",
+    /* 58 */ "The given port or Edge Switch does not support MAC address authorization",
+    /* 59 */ "The given Edge Switch ID does not represent an existing Edge Switch",
+    /* 60 */ "Unknown Edge Switch model detected",
+    /* 61 */ "MAC Address expected",
+    /* 62 */ "The given IP address is already in use",
+    /* 63 */ "Subnets of VLAN and LOCAL management IPs are conflicting",
+    /* 64 */ "Connected MAC addresses cannot be retrieved from this Edge Switch model while MAC address restrictions are applied",
+    /* 65 */ "Edge Switch model does not support this feature",
+    /* 66 */ "Unit date must be set",
+    /* 67 */ "E30p can only limit on one port per MAC address",
+    /* 68 */ "Port d4 cannot be changed while peer to peer communication is enabled",
+    /* 69 */ "Cannot set configuration where management VLAN is not on any D port",
+    /* 70 */ "Configuration queue is busy. Cannot perform this action.",
+    /* 71 */ "There are pending configurations for this edge switch. Cannot perform this action",
+    /* 72 */ "Attempted to set unique parameter to a value that already exists.",
+    /* 73 */ "Attempted to set too many entries for the switch or port.",
+    /* 74 */ "The core switch is offline",
+    /* 75 */ "The core switch is offline",
+    /* 76 */ "Attempted to set duplicate/invalid username",
+    /* 77 */ "A required device is offline",
+    /* 78 */ nullptr,
+    /* 79 */ "A required device is online",
+    /* 80 */ "Failed to apply command to router",
+    /* 81 */ nullptr,
+    // clang-format on
+};
+static_assert(std::size(kestro_error_strings) == 82);
+
+char* kestro_error_decode(int32_t error_code) noexcept {
+  constexpr int64_t first_unknown = 83;  // one more than the table needs: 82 has no text, as 81
+  int64_t index = std::abs(static_cast<int64_t>(error_code));
+  if (index >= first_unknown) index = 0;
+  if (index >= std::ssize(kestro_error_strings)) return nullptr;
+  return const_cast<char*>(kestro_error_strings[index]);
+}

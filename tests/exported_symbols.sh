@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# The shared library exports the public functions and nothing else.
+set -euo pipefail
+
+library=$1
+here=$(cd "$(dirname "$0")" && pwd)
+exported=$(nm -D --defined-only "$library" | awk '{ print $3 }' | sed 's/@.*//' | LC_ALL=C sort)
+listed=$(grep -v '^#' "$here/exported_symbols.txt" | LC_ALL=C sort)
+
+if ! diff <(echo "$listed") <(echo "$exported"); then
+  echo "exported_symbols: '<' is listed and not exported, '>' is exported and not listed" >&2
+  exit 1
+fi
+echo "$(wc -l <<<"$exported") symbols, as listed"
