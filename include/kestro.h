@@ -12,5 +12,6 @@
 #include "kestro_malloc.h"
 #include "kestro_string.h"
 #include "kestro_utils.h"
+#include "kestro_validation.h"
 
 #endif
