@@ -52,7 +52,8 @@ int32_t validate_options(const char* value, const char* const* options, int32_t 
                          const char* value_name) noexcept {
   for (const char* const option : std::span(options, static_cast<size_t>(num_of_options))) {
     if (strcmp(value, option) == 0) {
-      return here().fail(Verbose, acceptable, "[%s] value <%s> matches option <%s>\n", value_name, value, option);
+      here().log(Verbose, "[%s] value <%s> matches option <%s>\n", value_name, value, option);
+      return acceptable;
     }
     here().log(Verbose, "[%s] value <%s> did not match option <%s>\n", value_name, value, option);
   }
