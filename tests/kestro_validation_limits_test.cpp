@@ -186,9 +186,12 @@ TEST(Options, NoneAtAllAcceptNothing) {
 
 constexpr size_t megabyte = size_t{1} << 20;
 
+// The piece as often as it takes to fill the size.
 std::string filled(std::string_view piece, size_t size = megabyte) {
-  std::string text;
-  while (text.size() < size) text += piece;
+  const size_t whole = (size + piece.size() - 1) / piece.size() * piece.size();
+  std::string text(piece);
+  while (text.size() < whole) text += text;
+  text.resize(whole);
   return text;
 }
 
