@@ -15,5 +15,6 @@
 #include "kestro_omac_data.h"
 #include "kestro_string.h"
 #include "kestro_utils.h"
+#include "kestro_validation.h"
 
 #endif
