@@ -18,5 +18,6 @@
 #include "kestro_string.h"
 #include "kestro_timer.h"
 #include "kestro_utils.h"
+#include "kestro_validation.h"
 
 #endif
