@@ -10,6 +10,7 @@
 #include "kestro_jrpc.h"
 #include "kestro_lsyslog.h"
 #include "kestro_malloc.h"
+#include "kestro_shm.h"
 #include "kestro_string.h"
 #include "kestro_utils.h"
 
