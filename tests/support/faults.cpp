@@ -1,5 +1,7 @@
 #include "support/faults.hpp"
 
+#include <sys/types.h>
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -22,8 +24,8 @@ struct Switch {
 };
 
 // One per call and thread; a plain array, so that malloc itself can look into it.
-enum Call : size_t { Malloc, Calloc, Realloc, calls };
-thread_local Switch switches[calls] = {{"malloc"}, {"calloc"}, {"realloc"}};
+enum Call : size_t { Malloc, Calloc, Realloc, Ftruncate, calls };
+thread_local Switch switches[calls] = {{"malloc"}, {"calloc"}, {"realloc"}, {"ftruncate"}};
 
 Switch& find(std::string_view call) {
   for (auto& each : switches) {
@@ -38,6 +40,7 @@ extern "C" {
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* block, size_t size);
+int __real_ftruncate(int fd, off_t length);
 
 void* __wrap_malloc(size_t size) {
   return switches[Malloc].fires() ? nullptr : __real_malloc(size);
@@ -47,6 +50,9 @@ void* __wrap_calloc(size_t count, size_t size) {
 }
 void* __wrap_realloc(void* block, size_t size) {
   return switches[Realloc].fires() ? nullptr : __real_realloc(block, size);
+}
+int __wrap_ftruncate(int fd, off_t length) {
+  return switches[Ftruncate].fires() ? -1 : __real_ftruncate(fd, length);
 }
 }
 
