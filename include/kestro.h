@@ -14,6 +14,7 @@
 #include "kestro_malloc.h"
 #include "kestro_mq.h"
 #include "kestro_omac_data.h"
+#include "kestro_shm.h"
 #include "kestro_socket.h"
 #include "kestro_string.h"
 #include "kestro_timer.h"
