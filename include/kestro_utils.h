@@ -163,6 +163,75 @@ int32_t kestro_utils_sw_version_strcmp(const char* version_new, const char* vers
 /* ---- MAC addresses ---- */
 
 /*
+ * Brings a MAC address text of 17 characters, delimited by ":" or by "-" throughout, to its normal form
+ * "AA:BB:CC:DD:EE:FF", in place.
+ *
+ * Returns 0; or with the text untouched, -20 for null and -4 for a text that is no MAC address.
+ */
+int32_t kestro_validate_and_format_mac_addr_string(char* mac) KESTRO_NOEXCEPT;
+
+/*
+ * Reads a MAC address text, as above, into six bytes. The text is left in its normal form.
+ *
+ * Returns 0; or with both untouched, -20 for a null argument and -4 for a text that is no MAC address.
+ */
+int32_t kestro_str_to_mac_address(char* mac_address_str, uint8_t* mac_address) KESTRO_NOEXCEPT;
+
+/*
+ * Reads six hexadecimal numbers of either case, delimited by ":", into six bytes. Looser than the above: leading
+ * zeros may be missing, and what follows the sixth number is not looked at.
+ *
+ * Returns 0; or with the bytes untouched, -20 for a null argument and -4 for any other text.
+ */
+int32_t kestro_mac_address_to_char_array(const char* mac, uint8_t* a) KESTRO_NOEXCEPT;
+
+/* Writes six bytes as a text in the normal form, of 18 bytes. Arguments must not be null. */
+void kestro_bytes_to_mac_address_string(char* mac_addr, const uint8_t* bytes) KESTRO_NOEXCEPT;
+
+/* The last four of six bytes as one number, the first of them the most significant. Returns 0. */
+int32_t kestro_mac_last_4_bytes_to_uint32_t(const uint8_t* mac_bytes, uint32_t* num) KESTRO_NOEXCEPT;
+
+/*
+ * Begins to fill `pmacs`, which is taken as empty, with room for 8 MAC addresses. The caller frees pmacs->macs; the
+ * vector itself needs no release.
+ *
+ * Returns 0, or -20 for a null argument. When memory runs out, calls kestro_terminate_process and, if that comes
+ * back, returns -22 with the list empty.
+ */
+int32_t kestro_mac_vector_init(struct kestro_mac_vector* mvec, struct port_macs* pmacs) KESTRO_NOEXCEPT;
+
+/*
+ * Appends a MAC address, doubling the room when it is used up. With MAC_STR `mac` is a text, which is copied as it is
+ * and should have at most 19 characters; with MAC_BYTES it is six bytes.
+ *
+ * Returns 0; or with the list as it was, -20 for a null argument and -4 for another type. When memory runs out, calls
+ * kestro_terminate_process and, if that comes back, returns -1.
+ */
+int32_t kestro_mac_vector_push(struct kestro_mac_vector* mvec, const void* mac, int32_t type) KESTRO_NOEXCEPT;
+
+/* Releases the lists of `n` ports and the array itself. Null is ignored. */
+void kestro_free_port_macs_array(struct port_macs* arr, int32_t n) KESTRO_NOEXCEPT;
+
+/*
+ * A new list: the addresses of the first, then those of the second; null counts as empty. The caller frees its `macs`,
+ * which is never null. When memory runs out the process ends, as in kestro_malloc.h.
+ */
+struct port_macs kestro_port_macs_concat(const struct port_macs* macs1, const struct port_macs* macs2) KESTRO_NOEXCEPT;
+
+/* How many of so many MAC addresses are listed: at most 512. */
+int32_t kestro_get_num_macs_to_list(int32_t num_macs) KESTRO_NOEXCEPT;
+
+/*
+ * The MAC address of a network interface, in upper case, into `mac` of 18 bytes. The name stands in a command line
+ * as it is, so it must come from a trusted place.
+ *
+ * Returns 0; or with `mac` untouched, -20 for a null argument and -1, with an ERROR line, when the name is too
+ * long or the address cannot be read. When no command can be started, calls kestro_panic and, if that comes back,
+ * returns -1.
+ */
+int32_t get_nc_mac_addr(const char* iface, char* mac) KESTRO_NOEXCEPT;
+
+/*
  * ---- Shell commands ----
  *
  * The functions run their command lines through the shell and wait for them, without a limit of time. Names that are
