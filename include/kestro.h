@@ -12,8 +12,13 @@
 #include "kestro_jrpc.h"
 #include "kestro_lsyslog.h"
 #include "kestro_malloc.h"
+#include "kestro_map.h"
+#include "kestro_mq.h"
 #include "kestro_omac_data.h"
+#include "kestro_shm.h"
+#include "kestro_socket.h"
 #include "kestro_string.h"
+#include "kestro_timer.h"
 #include "kestro_utils.h"
 #include "kestro_validation.h"
 
