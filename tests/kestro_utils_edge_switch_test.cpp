@@ -155,6 +155,15 @@ TEST(RecentlyOnlineWarning, OnlyForTheGenericModel) {
   }
 }
 
+TEST(RecentlyOnlineWarning, NumbersThatAreNoModelAreNotGeneric) {
+  const int32_t model = -1;
+  auto oec = edge_switch(1);
+  memcpy(&oec.model, &model, sizeof model);
+  oec.onu_id = 1;
+  oec.offline_online_transition_time = time(nullptr) - 30;
+  EXPECT_FALSE(kestro_esw_show_recently_online_warning(&oec));
+}
+
 TEST(EswStr, TellsWhatIdentifiesTheSwitch) {
   const auto oec = edge_switch(12, "lobby");
   const auto log = stderr_of([&] {
