@@ -263,7 +263,8 @@ TEST(EswTexts, EachThreadHasItsOwnBuffers) {
         const char* const id_text = kestro_esw_id_str(&named);
         const char* const name_text = kestro_esw_id_or_alias(&named);
         std::this_thread::yield();
-        if (std::string(text).rfind(start, 0) != 0 || id != id_text || name != name_text) ++mismatches[n];
+        if (std::string(text).rfind(start, 0) != 0 || id != id_text || name != name_text)
+          ++mismatches[static_cast<size_t>(n)];
       }
     });
   }
