@@ -1,6 +1,7 @@
 #include "support/faults.hpp"
 
 #include <pthread.h>
+#include <sys/socket.h>
 #include <sys/types.h>
 
 #include <cerrno>
@@ -26,9 +27,23 @@ struct Switch {
 };
 
 // One per call and thread; a plain array, so that malloc itself can look into it.
-enum Call : size_t { Malloc, Calloc, Realloc, Ftruncate, Popen, System, Fork, Execv, PthreadCreate, calls };
-thread_local Switch switches[calls] = {{"malloc"}, {"calloc"}, {"realloc"}, {"ftruncate"},     {"popen"},
-                                       {"system"}, {"fork"},   {"execv"},   {"pthread_create"}};
+enum Call : size_t {
+  Malloc,
+  Calloc,
+  Realloc,
+  Ftruncate,
+  Popen,
+  System,
+  Fork,
+  Execv,
+  PthreadCreate,
+  Socket,
+  Accept4,
+  calls
+};
+thread_local Switch switches[calls] = {{"malloc"},         {"calloc"}, {"realloc"}, {"ftruncate"},
+                                       {"popen"},          {"system"}, {"fork"},    {"execv"},
+                                       {"pthread_create"}, {"socket"}, {"accept4"}};
 
 Switch& find(std::string_view call) {
   for (auto& each : switches) {
@@ -49,6 +64,8 @@ int __real_system(const char* command);
 pid_t __real_fork();
 int __real_execv(const char* path, char* const arguments[]);
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* input);
+int __real_socket(int family, int type, int protocol);
+int __real_accept4(int server, sockaddr* peer, socklen_t* length, int flags);
 
 void* __wrap_malloc(size_t size) {
   return switches[Malloc].fires() ? nullptr : __real_malloc(size);
@@ -77,6 +94,12 @@ int __wrap_execv(const char* path, char* const arguments[]) {
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* input) {
   auto& it = switches[PthreadCreate];
   return it.fires() ? it.error : __real_pthread_create(thread, attributes, start, input);
+}
+int __wrap_socket(int family, int type, int protocol) {
+  return switches[Socket].fires() ? -1 : __real_socket(family, type, protocol);
+}
+int __wrap_accept4(int server, sockaddr* peer, socklen_t* length, int flags) {
+  return switches[Accept4].fires() ? -1 : __real_accept4(server, peer, length, flags);
 }
 }
 
