@@ -1,5 +1,6 @@
 #include "support/faults.hpp"
 
+#include <sqlite3.h>
 #include <sys/types.h>
 
 #include <cerrno>
@@ -24,8 +25,8 @@ struct Switch {
 };
 
 // One per call and thread; a plain array, so that malloc itself can look into it.
-enum Call : size_t { Malloc, Calloc, Realloc, Ftruncate, calls };
-thread_local Switch switches[calls] = {{"malloc"}, {"calloc"}, {"realloc"}, {"ftruncate"}};
+enum Call : size_t { Malloc, Calloc, Realloc, Ftruncate, Sqlite3Close, calls };
+thread_local Switch switches[calls] = {{"malloc"}, {"calloc"}, {"realloc"}, {"ftruncate"}, {"sqlite3_close"}};
 
 Switch& find(std::string_view call) {
   for (auto& each : switches) {
@@ -41,6 +42,7 @@ void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* block, size_t size);
 int __real_ftruncate(int fd, off_t length);
+int __real_sqlite3_close(sqlite3* db);
 
 void* __wrap_malloc(size_t size) {
   return switches[Malloc].fires() ? nullptr : __real_malloc(size);
@@ -53,6 +55,9 @@ void* __wrap_realloc(void* block, size_t size) {
 }
 int __wrap_ftruncate(int fd, off_t length) {
   return switches[Ftruncate].fires() ? -1 : __real_ftruncate(fd, length);
+}
+int __wrap_sqlite3_close(sqlite3* db) {
+  return switches[Sqlite3Close].fires() ? SQLITE_ERROR : __real_sqlite3_close(db);
 }
 }
 
