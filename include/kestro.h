@@ -16,7 +16,13 @@
 #include "kestro_omac_data.h"
 #include "kestro_shm.h"
 #include "kestro_sqlite3.h"
+#include "kestro_mq.h"
+#include "kestro_omac_data.h"
+#include "kestro_shm.h"
+#include "kestro_socket.h"
 #include "kestro_string.h"
+#include "kestro_timer.h"
 #include "kestro_utils.h"
+#include "kestro_validation.h"
 
 #endif
