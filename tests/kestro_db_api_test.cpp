@@ -19,6 +19,7 @@
 #include "core/owned.hpp"
 #include "kestro_sqlite3.h"
 #include "support/captured_stderr.hpp"
+#include "support/cfgdb.hpp"
 #include "support/child.hpp"
 #include "support/database.hpp"
 #include "support/faults.hpp"
@@ -38,7 +39,6 @@ using Connection = Owned<sqlite3, sqlite3_close>;
 using Statement = Owned<sqlite3_stmt, sqlite3_finalize>;
 
 constexpr const char* module = "kestro_db_api";
-const std::string cfgdb = KESTRO_CFGDB_FILE;
 
 // Watches the connections that are opened while it lives, and what runs on them.
 class Opened {
@@ -278,19 +278,11 @@ TEST_F(DbEnsureOpenFile, HoldsItsLockWhileItWaitsForTheExecutionOfStatements) {
   EXPECT_EQ(kestro_db_close(opened), 0);
 }
 
-// The configuration database of this build. Its path is fixed, so these tests take turns with others that use it.
-class Cfgdb : public testing::Test {
+class Cfgdb : public CfgdbTest {
  protected:
   void SetUp() override {
-    if (cfgdb.starts_with("/data/")) GTEST_SKIP() << "this build uses the unit's own database";
-    std::filesystem::create_directories(std::filesystem::path(cfgdb).parent_path());
-    std::filesystem::remove(cfgdb);
-    Database(cfgdb).run("CREATE TABLE port (id)");
+    CfgdbTest::SetUp();
     kestro_db_lock_cfgdb();
-  }
-  void TearDown() override {
-    kestro_db_lock_cfgdb();
-    std::filesystem::remove(cfgdb);
   }
 };
 
@@ -316,7 +308,7 @@ TEST_F(Cfgdb, LockedIsRefusedUntilUnlocked) {
   EXPECT_EQ(db, nullptr);
   EXPECT_EQ(count_log_lines(log, Warning, module, "cfgdb is currently locked - not re-opening\n"), 1);
   EXPECT_THAT(log, Not(HasSubstr("opening now")));
-  EXPECT_EQ(kestro_db_ensure_open_file(&db, cfgdb.c_str()), -11);
+  EXPECT_EQ(kestro_db_ensure_open_file(&db, path_.c_str()), -11);
 
   kestro_db_unlock_cfgdb();
   EXPECT_EQ(kestro_db_ensure_open(&db), 0);
@@ -334,7 +326,7 @@ TEST_F(Cfgdb, LockDoesNotConcernOpenConnections) {
   ASSERT_EQ(kestro_db_ensure_open(&db), 0);
   kestro_db_lock_cfgdb();
   EXPECT_EQ(kestro_db_ensure_open(&db), 0);
-  EXPECT_EQ(kestro_sqlite3_exec_sql(db, "INSERT INTO port VALUES (1)"), 0);
+  EXPECT_EQ(kestro_sqlite3_exec_sql(db, "CREATE TABLE port (id)"), 0);
   EXPECT_EQ(kestro_db_close(db), 0);
 }
 
@@ -343,12 +335,12 @@ TEST_F(Cfgdb, LockDoesNotConcernTheDirectOpening) {
   EXPECT_EQ(kestro_db_open(&db), 0);
   EXPECT_STREQ(sqlite3_db_filename(db, "main"), KESTRO_CFGDB_FILE);
   EXPECT_EQ(kestro_db_close(db), 0);
-  EXPECT_EQ(kestro_db_open_file(&db, cfgdb.c_str()), 0);
+  EXPECT_EQ(kestro_db_open_file(&db, path_.c_str()), 0);
   EXPECT_EQ(kestro_db_close(db), 0);
 }
 
 TEST_F(Cfgdb, AnotherSpellingOfThePathIsNotCaught) {
-  const std::filesystem::path path(cfgdb);
+  const std::filesystem::path path(path_);
   const std::string spelling = (path.parent_path() / "." / path.filename()).string();
   sqlite3* db = nullptr;
   EXPECT_EQ(kestro_db_ensure_open_file(&db, spelling.c_str()), 0);
