@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -44,6 +45,8 @@ struct Row {
   const char* field = "k";
   int32_t status = 0;
   std::string value = {};
+
+  friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 };
 
 class ConfParser : public testing::TestWithParam<Row> {};
