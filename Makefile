@@ -1,0 +1,27 @@
+# The commands of everyday. Each installs what Debian packages it needs, builds, and does what it says.
+
+jobs := $(shell nproc)
+
+.PHONY: help deps build demo test clean
+
+help:
+	@echo "make demo    build, start router and service on loopback, send the example requests, stop"
+	@echo "make test    build and run the whole test suite"
+	@echo "make build   build only (into build/dev)"
+	@echo "make clean   remove everything that was built"
+
+deps:
+	@scripts/deps.sh
+
+build: deps
+	@cmake --preset dev >/dev/null
+	@cmake --build --preset dev --parallel $(jobs)
+
+demo: build
+	@scripts/demo.sh build/dev
+
+test: build
+	@ctest --preset dev --parallel $(jobs)
+
+clean:
+	rm -rf build
