@@ -1,6 +1,8 @@
 #include "support/faults.hpp"
 
 #include <pthread.h>
+#include <sqlite3.h>
+#include <sys/socket.h>
 #include <sys/types.h>
 
 #include <cerrno>
@@ -26,9 +28,24 @@ struct Switch {
 };
 
 // One per call and thread; a plain array, so that malloc itself can look into it.
-enum Call : size_t { Malloc, Calloc, Realloc, Ftruncate, Popen, System, Fork, Execv, PthreadCreate, calls };
-thread_local Switch switches[calls] = {{"malloc"}, {"calloc"}, {"realloc"}, {"ftruncate"},     {"popen"},
-                                       {"system"}, {"fork"},   {"execv"},   {"pthread_create"}};
+enum Call : size_t {
+  Malloc,
+  Calloc,
+  Realloc,
+  Ftruncate,
+  Sqlite3Close,
+  Popen,
+  System,
+  Fork,
+  Execv,
+  PthreadCreate,
+  Socket,
+  Accept4,
+  calls
+};
+thread_local Switch switches[calls] = {{"malloc"},        {"calloc"},         {"realloc"}, {"ftruncate"},
+                                       {"sqlite3_close"}, {"popen"},          {"system"},  {"fork"},
+                                       {"execv"},         {"pthread_create"}, {"socket"},  {"accept4"}};
 
 Switch& find(std::string_view call) {
   for (auto& each : switches) {
@@ -44,11 +61,14 @@ void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* block, size_t size);
 int __real_ftruncate(int fd, off_t length);
+int __real_sqlite3_close(sqlite3* db);
 FILE* __real_popen(const char* command, const char* mode);
 int __real_system(const char* command);
 pid_t __real_fork();
 int __real_execv(const char* path, char* const arguments[]);
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* input);
+int __real_socket(int family, int type, int protocol);
+int __real_accept4(int server, sockaddr* peer, socklen_t* length, int flags);
 
 void* __wrap_malloc(size_t size) {
   return switches[Malloc].fires() ? nullptr : __real_malloc(size);
@@ -61,6 +81,9 @@ void* __wrap_realloc(void* block, size_t size) {
 }
 int __wrap_ftruncate(int fd, off_t length) {
   return switches[Ftruncate].fires() ? -1 : __real_ftruncate(fd, length);
+}
+int __wrap_sqlite3_close(sqlite3* db) {
+  return switches[Sqlite3Close].fires() ? SQLITE_ERROR : __real_sqlite3_close(db);
 }
 FILE* __wrap_popen(const char* command, const char* mode) {
   return switches[Popen].fires() ? nullptr : __real_popen(command, mode);
@@ -77,6 +100,12 @@ int __wrap_execv(const char* path, char* const arguments[]) {
 int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* input) {
   auto& it = switches[PthreadCreate];
   return it.fires() ? it.error : __real_pthread_create(thread, attributes, start, input);
+}
+int __wrap_socket(int family, int type, int protocol) {
+  return switches[Socket].fires() ? -1 : __real_socket(family, type, protocol);
+}
+int __wrap_accept4(int server, sockaddr* peer, socklen_t* length, int flags) {
+  return switches[Accept4].fires() ? -1 : __real_accept4(server, peer, length, flags);
 }
 }
 
