@@ -13,6 +13,7 @@
 #include "kestro_jrpc.h"
 #include "kestro_lsyslog.h"
 #include "kestro_malloc.h"
+#include "kestro_map.h"
 #include "kestro_mq.h"
 #include "kestro_omac_data.h"
 #include "kestro_shm.h"

@@ -65,6 +65,9 @@ int32_t validate_vlan_mode(const char* value) KESTRO_NOEXCEPT;
 /* At most 50 bytes without a line feed among them. -1, -2, -4. */
 int32_t validate_description(const char* value) KESTRO_NOEXCEPT;
 
+/* The name of an edge-switch model, a text of kestro_data_oec_model_name_enum_str; also "unknown". -3. */
+int32_t validate_oec_model(const char* value) KESTRO_NOEXCEPT;
+
 /* Always 1. -6. */
 int32_t validate_unit_id(int32_t value) KESTRO_NOEXCEPT;
 
@@ -103,7 +106,7 @@ int32_t validate_address_range(const char* value) KESTRO_NOEXCEPT;
 /* Two IPv4 addresses joined by "-", or empty. Their order is not looked at. -1, -2. */
 int32_t validate_dhcp_range(const char* value) KESTRO_NOEXCEPT;
 
-/* An IPv4 address, "/" and a prefix length from 0 to 32; one leading zero is admitted ("/08"). -1, -2. */
+/* An IPv4 address, "/" and a prefix length from 0 to 32. -1, -2. */
 int32_t validate_general_address_range(const char* value) KESTRO_NOEXCEPT;
 
 /* One or more letters, digits, "." and "-". -1, -2. */

@@ -116,7 +116,8 @@ std::vector<std::string> tokens_of(const std::string& text, const char* delimit)
   std::vector<std::string> tokens;
   char* start = source.get();
   const auto word = filled(text.size() + 1);
-  while (strparse(start, delimit, word.get()) == 0) {
+  // Every token but the first has at least a delimiter.
+  while (strparse(start, delimit, word.get()) == 0 && tokens.size() <= text.size()) {
     tokens.emplace_back(word.get());
     start = nullptr;
   }

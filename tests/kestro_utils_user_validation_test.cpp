@@ -92,9 +92,9 @@ TEST_F(UserValidation, EmptyAnswerIsALineEnd) {
 
 TEST_F(UserValidation, RequestIsCutAt1024BytesAndNotTerminated) {
   ASSERT_EQ(kestro_socket_send(&client_, std::string(1500, 'r').c_str()), 0);
-  const auto request = std::make_unique<char[]>(1024);
+  const auto request = std::make_unique<char[]>(1025);
   kestro_user_validate_listen_socket(&server_, &accepted_, request.get());
-  EXPECT_EQ(std::string(request.get(), 1024), std::string(1024, 'r'));
+  EXPECT_EQ(std::string(request.get(), 1025), std::string(1024, 'r') + '\0');
 }
 
 TEST_F(UserValidation, NothingIsWrittenBehindAShortRequest) {

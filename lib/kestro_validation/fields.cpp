@@ -1,17 +1,13 @@
-#include "kestro_validation.h"
-
-#include <pcre.h>
-
-#include <array>
-#include <climits>
 #include <cstring>
 #include <span>
 
 #include "core/owned.hpp"
 #include "core/site.hpp"
 #include "core/status.hpp"
+#include "kestro_data.h"
 #include "kestro_malloc.h"
-#include "kestro_validation.hpp"
+#include "kestro_validation.h"
+#include "kestro_validation/engines.hpp"
 
 using namespace kestro;
 using namespace kestro::validation;
@@ -19,102 +15,6 @@ using namespace kestro::validation;
 namespace {
 
 constexpr auto here = site_of("kestro_validation");
-
-// The matcher recurses on the caller's stack, about 500 bytes a level. How deep depends on the pattern alone, as no
-// pattern here repeats a group without bound; this is several times what the deepest needs, and keeps a pattern that
-// breaks that rule from overflowing a small stack.
-constexpr unsigned long match_depth_limit = 100;
-// The matcher's steps for one value, the library's usual number: a hostile value ends with an error, not never.
-constexpr unsigned long match_step_limit = 10'000'000;
-
-void release_pattern(void* pattern) noexcept {
-  pcre_free(pattern);
-}
-using Pattern = Owned<pcre, release_pattern>;
-using Study = Owned<pcre_extra, pcre_free_study>;
-
-// The matcher counts in int; it refuses a negative length as an error, and a longer value is given that.
-int subject_length(const char* value) noexcept {
-  const size_t length = strlen(value);
-  return length <= INT_MAX ? static_cast<int>(length) : -1;
-}
-
-int match(const pcre* pattern, const pcre_extra* study, const char* value) noexcept {
-  pcre_extra extra = study != nullptr ? *study : pcre_extra{};
-  extra.flags |= PCRE_EXTRA_MATCH_LIMIT | PCRE_EXTRA_MATCH_LIMIT_RECURSION;
-  extra.match_limit = match_step_limit;
-  extra.match_limit_recursion = match_depth_limit;
-  std::array<int, 10> offsets{};
-  return pcre_exec(pattern, &extra, value, subject_length(value), 0, 0, offsets.data(), offsets.size());
-}
-
-// A value that is longer than INT_MAX bytes is too long for every maximum.
-int32_t check_length(const char* value, int32_t min_length, int32_t max_length, const char* value_name) noexcept {
-  const auto length = static_cast<int64_t>(strlen(value));
-  if (length < min_length) {
-    return here().fail(Debug, too_short, "Validation failed: [%s] value <%s> is too short (<%d)\n", value_name, value,
-                       min_length);
-  }
-  if (length > max_length) {
-    return here().fail(Debug, too_long, "Validation failed: [%s] value <%s> is too long (>%d)\n", value_name, value,
-                       max_length);
-  }
-  return acceptable;
-}
-
-}  // namespace
-
-namespace kestro {
-
-int32_t validate_options(const char* value, const char* const* options, int32_t num_of_options,
-                         const char* value_name) noexcept {
-  for (const char* const option : std::span(options, static_cast<size_t>(num_of_options))) {
-    if (strcmp(value, option) == 0) {
-      return here().fail(Verbose, acceptable, "[%s] value <%s> matches option <%s>\n", value_name, value, option);
-    }
-    here().log(Verbose, "[%s] value <%s> did not match option <%s>\n", value_name, value, option);
-  }
-  return here().fail(Debug, not_an_option,
-                     "Validation failed: Given [%s] value <%s> is not one of the available options\n", value_name,
-                     value);
-}
-
-int32_t check_regex(const char* regex, const char* value, const char* value_name) noexcept {
-  here().log(Verbose, "Testing [%s] value <%s> against regex: %s\n", value_name, value, regex);
-  const char* error = nullptr;
-  int error_offset = 0;
-  const Pattern pattern(pcre_compile(regex, 0, &error, &error_offset, nullptr));
-  if (pattern == nullptr) {
-    here().log_unchecked(Error, "ERROR: Could not compile '%s': %s\n", regex, error);
-    return internal_error;
-  }
-  const Study study(pcre_study(pattern.get(), 0, &error));
-  if (error != nullptr) {
-    here().log_unchecked(Error, "ERROR: Could not study '%s': %s\n", regex, error);
-    return internal_error;
-  }
-  const int result = match(pattern.get(), study.get(), value);
-  if (result == PCRE_ERROR_NOMATCH) {
-    return here().fail(Debug, no_match, "Validation failed: [%s] value <%s> did not return a regex match.\n",
-                       value_name, value);
-  }
-  if (result < 0) {
-    here().log_unchecked(Error, "Error code received from pcre_exec: %d\n", result);
-    return internal_error;
-  }
-  here().log(Verbose, "Regex test passed.\n");
-  return acceptable;
-}
-
-int32_t validate_length_and_format(const char* value, int32_t min_length, int32_t max_length, const char* regex,
-                                   const char* value_name) noexcept {
-  if (const auto result = check_length(value, min_length, max_length, value_name); result != acceptable) return result;
-  return check_regex(regex, value, value_name);
-}
-
-}  // namespace kestro
-
-namespace {
 
 // ---- Kinds of fields. A rule without a first line checks silently.
 
@@ -228,8 +128,9 @@ constexpr FormRule zone{"Time Zone", "Validating time zone: %s\n", R"(^($|([A-Z]
 constexpr const char* statuses[] = {"enable", "disable"};
 constexpr const char* vlan_modes[] = {"local", "access", "trunk", "discovery"};
 constexpr const char* sw_banks[] = {"all", "current", "previous", "default"};
-constexpr OptionsRule status_option{"Status", "Validating status: %s\n", statuses};
+constexpr OptionsRule status_rule{"Status", "Validating status: %s\n", statuses};
 constexpr OptionsRule vlan_mode{"VLAN Mode", "Validating vlan mode: %s\n", vlan_modes};
+constexpr OptionsRule oec_model{"OEC Model", "Validating oec model: %s\n", kestro_data_oec_model_name_enum_str};
 constexpr OptionsRule unit_sw_bank{"Unit SW Bank", "Validating unit sw bank: %s\n", sw_banks};
 
 constexpr RangeRule vlan_id{"Validating vlan id: %d\n", "FAIL: Vlan id outside acceptable range [%d, %d]\n", 1, 4050};
@@ -288,7 +189,7 @@ int32_t validate_vlan_name_id(const char* value) noexcept {
 }
 
 int32_t validate_status(const char* value) noexcept {
-  return check(status_option, value);
+  return check(status_rule, value);
 }
 
 int32_t validate_oec_id(const char* value) noexcept {
@@ -305,6 +206,10 @@ int32_t validate_vlan_mode(const char* value) noexcept {
 
 int32_t validate_description(const char* value) noexcept {
   return check(description, value);
+}
+
+int32_t validate_oec_model(const char* value) noexcept {
+  return check(oec_model, value);
 }
 
 int32_t validate_unit_id(int32_t value) noexcept {

@@ -1,6 +1,6 @@
-// The engines behind the validators, and their results.
-#ifndef KESTRO_VALIDATION_HPP
-#define KESTRO_VALIDATION_HPP
+// What the validators are made of: three engines, and the results that they share.
+#ifndef KESTRO_VALIDATION_ENGINES_HPP
+#define KESTRO_VALIDATION_ENGINES_HPP
 
 #include <cstdint>
 
@@ -26,6 +26,9 @@ int32_t check_regex(const char* regex, const char* value, const char* value_name
 // Whether the value has a length within the bounds, and then whether the pattern matches: 0, -1, -2, -4 or -5.
 int32_t validate_length_and_format(const char* value, int32_t min_length, int32_t max_length, const char* regex,
                                    const char* value_name) noexcept;
+
+// Whether the value has a length within the bounds: 0, -4 or -5.
+int32_t check_length(const char* value, int32_t min_length, int32_t max_length, const char* value_name) noexcept;
 
 }  // namespace kestro
 
