@@ -106,7 +106,7 @@ int32_t validate_address_range(const char* value) KESTRO_NOEXCEPT;
 /* Two IPv4 addresses joined by "-", or empty. Their order is not looked at. -1, -2. */
 int32_t validate_dhcp_range(const char* value) KESTRO_NOEXCEPT;
 
-/* An IPv4 address, "/" and a prefix length from 0 to 32; one leading zero is admitted ("/08"). -1, -2. */
+/* An IPv4 address, "/" and a prefix length from 0 to 32. -1, -2. */
 int32_t validate_general_address_range(const char* value) KESTRO_NOEXCEPT;
 
 /* One or more letters, digits, "." and "-". -1, -2. */

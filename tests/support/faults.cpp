@@ -1,6 +1,7 @@
 #include "support/faults.hpp"
 
 #include <pthread.h>
+#include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/types.h>
 
@@ -32,6 +33,7 @@ enum Call : size_t {
   Calloc,
   Realloc,
   Ftruncate,
+  Sqlite3Close,
   Popen,
   System,
   Fork,
@@ -41,9 +43,9 @@ enum Call : size_t {
   Accept4,
   calls
 };
-thread_local Switch switches[calls] = {{"malloc"},         {"calloc"}, {"realloc"}, {"ftruncate"},
-                                       {"popen"},          {"system"}, {"fork"},    {"execv"},
-                                       {"pthread_create"}, {"socket"}, {"accept4"}};
+thread_local Switch switches[calls] = {{"malloc"},        {"calloc"},         {"realloc"}, {"ftruncate"},
+                                       {"sqlite3_close"}, {"popen"},          {"system"},  {"fork"},
+                                       {"execv"},         {"pthread_create"}, {"socket"},  {"accept4"}};
 
 Switch& find(std::string_view call) {
   for (auto& each : switches) {
@@ -59,6 +61,7 @@ void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* block, size_t size);
 int __real_ftruncate(int fd, off_t length);
+int __real_sqlite3_close(sqlite3* db);
 FILE* __real_popen(const char* command, const char* mode);
 int __real_system(const char* command);
 pid_t __real_fork();
@@ -78,6 +81,9 @@ void* __wrap_realloc(void* block, size_t size) {
 }
 int __wrap_ftruncate(int fd, off_t length) {
   return switches[Ftruncate].fires() ? -1 : __real_ftruncate(fd, length);
+}
+int __wrap_sqlite3_close(sqlite3* db) {
+  return switches[Sqlite3Close].fires() ? SQLITE_ERROR : __real_sqlite3_close(db);
 }
 FILE* __wrap_popen(const char* command, const char* mode) {
   return switches[Popen].fires() ? nullptr : __real_popen(command, mode);
