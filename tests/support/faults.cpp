@@ -22,8 +22,8 @@ struct Switch {
 };
 
 // One per call and thread; a plain array, so that malloc itself can look into it.
-enum Call : size_t { Malloc, Calloc, Realloc, calls };
-thread_local Switch switches[calls] = {{"malloc"}, {"calloc"}, {"realloc"}};
+enum Call : size_t { Malloc, Calloc, Realloc, NnSetsockopt, calls };
+thread_local Switch switches[calls] = {{"malloc"}, {"calloc"}, {"realloc"}, {"nn_setsockopt"}};
 
 Switch& find(std::string_view call) {
   for (auto& each : switches) {
@@ -39,6 +39,8 @@ void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* block, size_t size);
 
+int __real_nn_setsockopt(int socket, int level, int option, const void* value, size_t size);
+
 void* __wrap_malloc(size_t size) {
   return switches[Malloc].fires() ? nullptr : __real_malloc(size);
 }
@@ -47,6 +49,9 @@ void* __wrap_calloc(size_t count, size_t size) {
 }
 void* __wrap_realloc(void* block, size_t size) {
   return switches[Realloc].fires() ? nullptr : __real_realloc(block, size);
+}
+int __wrap_nn_setsockopt(int socket, int level, int option, const void* value, size_t size) {
+  return switches[NnSetsockopt].fires() ? -1 : __real_nn_setsockopt(socket, level, option, value, size);
 }
 }
 

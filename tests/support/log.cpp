@@ -6,13 +6,14 @@ namespace kestro::test {
 
 namespace {
 
+const std::string timestamp = R"(\[[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{3}\] )";
+
 // The head of a line: "[time] [TAG] [source] " or "[time] [TAG] [source: module:line] ".
 std::regex head_of(Severity severity, std::string_view module) {
-  const std::string time = R"(\[[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{3}\] )";
   const std::string tag = std::string("\\[") + kestro_lsyslog_severity_to_string(severity) + "\\] ";
   const bool with_module = severity == Error || severity > Info;
   const std::string module_and_line = with_module ? ": " + std::string(module) + ":[0-9]+" : "";
-  return std::regex(time + tag + "\\[[^\\]:]+" + module_and_line + "\\] ");
+  return std::regex(timestamp + tag + "\\[[^\\]:]+" + module_and_line + "\\] ");
 }
 
 }  // namespace
@@ -28,6 +29,22 @@ int count_log_lines(std::string_view log, Severity severity, std::string_view mo
     if (whole && std::regex_match(log.begin() + line, log.begin() + at, head)) ++count;
   }
   return count;
+}
+
+std::vector<std::string> log_of(std::string_view log, std::string_view module) {
+  static const std::regex any_head(timestamp + R"(\[([A-Z!]{4})\] \[[^\]:]+(?:: ([^:\]]+):[0-9]+)?\] )");
+  std::vector<std::string> lines;
+  std::string* open = nullptr;
+  const char* rest = log.begin();
+  for (std::cregex_iterator it(log.begin(), log.end(), any_head), end; it != end; ++it) {
+    const auto& head = *it;
+    if (open != nullptr) open->append(rest, head[0].first);
+    rest = head[0].second;
+    const bool ours = !head[2].matched || head[2].str() == module;
+    open = ours ? &lines.emplace_back(head[1].str() + " ") : nullptr;
+  }
+  if (open != nullptr) open->append(rest, log.end());
+  return lines;
 }
 
 }  // namespace kestro::test
