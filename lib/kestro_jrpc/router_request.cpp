@@ -36,7 +36,9 @@ Json router_parse(const char* function, const char* text) noexcept {
 }
 
 bool router_show(const char* function, const json_t* request) noexcept {
-  if (show_received(here(), request)) return true;
+  // An object that the daemon made or changed may hold what no text can; that must not depend on the log level.
+  const bool encodable = json_dumpb(request, nullptr, 0, 0) > 0;
+  if (encodable && show_received(here(), request)) return true;
   here().log(Debug, "[%s]: Cannot print JSON message\n", function);
   return false;
 }
