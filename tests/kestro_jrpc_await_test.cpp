@@ -63,6 +63,8 @@ INSTANTIATE_TEST_SUITE_P(Methods, AttemptsOf, testing::ValuesIn(attempts));
 TEST_P(AttemptsOf, AreCountedDownByFailedReceives) {
   const auto [method, expected] = GetParam();
   const BusSocket deaf(KESTRO_MQ_SP_PUB);
+  const FdLock lock(deaf.handle());
+  ASSERT_TRUE(lock.take());
   JsonOut out;
   const auto log =
       stderr_of([&, name = method] { EXPECT_EQ(kestro_jrpc_mq_sub_for_method(deaf.handle(), name, out), -50); });
@@ -81,6 +83,8 @@ TEST_P(AttemptsOf, AreCountedDownByFailedReceives) {
 TEST(SubForMethod, ASilentSocketUsesUpTheAttemptsByItsTimeOut) {
   BusSocket silent(KESTRO_MQ_SP_SUB);
   silent.timeout(1);
+  const FdLock lock(silent.handle());
+  ASSERT_TRUE(lock.take());
   JsonOut out;
   const auto log =
       stderr_of([&] { EXPECT_EQ(kestro_jrpc_mq_sub_for_method(silent.handle(), "db.ApplyBackup", out), -50); });
