@@ -92,15 +92,16 @@ TEST_F(ExtractRequest, RefusedTextsCloseTheConnection) {
       {"null\n", "Invalid JSON message\n"},
   };
   for (const auto& [text, line] : rows) {
+    SCOPED_TRACE(text);
     StreamClient client(server);
     client.send(text);
     JsonOut request;
     connection = untouched;
-    const auto log = stderr_of([&] { EXPECT_EQ(extract(request), -1) << text; });
+    const auto log = stderr_of([&] { EXPECT_EQ(extract(request), -1); });
     EXPECT_THAT(log_of(log, module), ElementsAre("DEBG " + name + line));
-    EXPECT_TRUE(request.empty()) << text;
-    EXPECT_EQ(connection, -1) << text;
-    EXPECT_TRUE(client.closed()) << text;
+    EXPECT_TRUE(request.empty());
+    EXPECT_EQ(connection, -1);
+    EXPECT_TRUE(client.closed());
   }
 }
 
@@ -192,8 +193,9 @@ TEST_F(DispatchRequest, PublishesWithTheReplyChannelAsId) {
       {"{\"id\":7.5,\"method\":\"x\",\"t\":\"\u00e4\"}", default_channel + R"(|{"method":"x","t":"\u00E4",)"},
   };
   for (const auto& [text, frame] : rows) {
+    SCOPED_TRACE(text);
     const Json request = json_of(text);
-    const auto log = stderr_of([&] { EXPECT_EQ(dispatch(request), 0) << text; });
+    const auto log = stderr_of([&] { EXPECT_EQ(dispatch(request), 0); });
     EXPECT_EQ(next_frame(), frame + new_id);
     EXPECT_STREQ(json_string_value(json_object_get(request.get(), "id")), reply_channel.c_str());
     EXPECT_EQ(request->refcount, 1U);
@@ -228,8 +230,9 @@ TEST_F(DispatchRequest, RefusedRequestsAreNotPublished) {
       {R"({"method":"ports.Get","id":{}})", "Invalid JSON ID\n"},
   };
   for (const auto& [text, line] : rows) {
+    SCOPED_TRACE(text);
     const Json request = json_of(text);
-    const auto log = stderr_of([&] { EXPECT_EQ(dispatch(request), -1) << text; });
+    const auto log = stderr_of([&] { EXPECT_EQ(dispatch(request), -1); });
     EXPECT_THAT(log_of(log, module), ElementsAre("DEBG " + name + line));
     EXPECT_EQ(text_of(request.get()), text);
   }
@@ -308,10 +311,11 @@ TEST_F(ExtractResponse, RefusesOtherFrames) {
       {"c|7", "DEBG " + name + "Recv: 7\n", "DEBG " + name + "Invalid JSON message\n"},
   };
   for (const auto& [frame, first, second] : rows) {
+    SCOPED_TRACE(frame);
     publish(frame);
     JsonOut response;
-    const auto log = stderr_of([&] { EXPECT_EQ(extract(response), -1) << frame; });
-    EXPECT_TRUE(response.empty()) << frame;
+    const auto log = stderr_of([&] { EXPECT_EQ(extract(response), -1); });
+    EXPECT_TRUE(response.empty());
     EXPECT_THAT(log_of(log, module), ElementsAre(waiting, first, second));
   }
 }
