@@ -15,9 +15,8 @@ inline Json parse_json(const char* text, json_error_t* error) noexcept {
   return Json(json_loads(text, JSON_REJECT_DUPLICATES | JSON_DISABLE_EOF_CHECK | JSON_DECODE_ANY, error));
 }
 
-inline Text encode_json(const json_t* value) noexcept {
-  return Text(json_dumps(value, JSON_COMPACT | JSON_ENSURE_ASCII));
-}
+// The text of a value; null when memory runs out or the value is none that a text can hold.
+Text encode_json(const json_t* value, size_t flags = JSON_COMPACT | JSON_ENSURE_ASCII) noexcept;
 
 inline int length_of(const char* text) noexcept {
   return static_cast<int>(strlen(text));
