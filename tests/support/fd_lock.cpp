@@ -32,6 +32,7 @@ FdLock::FdLock(int32_t handle) {
 }
 
 FdLock::~FdLock() {
+  pthread_mutex_lock(mutex_);  // taken now, or refused because it is held already
   pthread_mutex_unlock(mutex_);
 }
 

@@ -8,8 +8,9 @@
 
 namespace kestro::test {
 
-// Registrations last as long as the process, and handles are used again: so does the mutex of a handle. It checks errors,
-// so an unlock by a thread that does not hold it changes nothing.
+// Registrations last as long as the process, and handles are used again: so does the mutex of a handle. In a program that
+// registers locks, a wait must hold the one of its socket. The mutex checks errors, so an unlock by a thread that does not
+// hold it changes nothing.
 class FdLock {
  public:
   explicit FdLock(int32_t handle);
