@@ -50,16 +50,14 @@ char* kestro::kestro_jrpc_add_channel(const char* channel, const char* json) noe
     here().log(Debug, "[kestro_api_router_json_add_channel]: Null Pointer!\n");
     return nullptr;
   }
-  const size_t channel_length = strlen(channel);
-  const size_t json_length = strlen(json);
-  auto* const frame = static_cast<char*>(calloc(channel_length + json_length + 2, 1));
+  auto* const frame = static_cast<char*>(calloc(strlen(channel) + strlen(json) + 2, 1));
   if (frame == nullptr) {
     here().log(Debug, "[kestro_api_router_json_add_channel]: Failed to allocate memory\n");
     return nullptr;
   }
-  memcpy(frame, channel, channel_length);
-  frame[channel_length] = separator;
-  memcpy(frame + channel_length + 1, json, json_length);
+  char* const end_of_channel = stpcpy(frame, channel);
+  *end_of_channel = separator;
+  stpcpy(end_of_channel + 1, json);
   return frame;
 }
 

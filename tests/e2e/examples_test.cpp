@@ -109,7 +109,7 @@ TEST_F(Road, RequestWithAWrongVersionIsForwardedAndNotAnswered) {
 }
 
 TEST_F(Road, PairOfRequestAndNotification) {
-  const auto get = R"({"jsonrpc":"2.0","method":"ports.Get","params":{"port_id":"d1"},"id":1})";
+  const auto* const get = R"({"jsonrpc":"2.0","method":"ports.Get","params":{"port_id":"d1"},"id":1})";
   ASSERT_EQ(call(get).status, 0);
   EXPECT_THAT(call_for_counters().text, HasSubstr(R"("d1":1)"));
 
