@@ -9,6 +9,7 @@
 #include "kestro_validation.h"
 #include "support/captured_stderr.hpp"
 #include "support/log.hpp"
+#include "support/named.hpp"
 
 namespace kestro::test {
 namespace {
@@ -38,11 +39,6 @@ std::vector<std::string> lines_while(Action&& action, int32_t level = Verbose) {
 template <class Validator, class Value>
 std::vector<std::string> lines_of(Validator* validate, Value value, int32_t level = Verbose) {
   return lines_while([=] { validate(value); }, level);
-}
-
-template <class Param>
-std::string name_of(const testing::TestParamInfo<Param>& info) {
-  return info.param.name;
 }
 
 using TextValidator = int32_t(const char*);

@@ -14,6 +14,7 @@
 
 #include "kestro_validation/engines.hpp"
 #include "support/log.hpp"
+#include "support/named.hpp"
 
 namespace kestro::test {
 namespace {
@@ -45,11 +46,6 @@ class TextValue : public testing::TestWithParam<Case> {
 
 TEST_P(TextValue, IsJudged) {
   EXPECT_EQ(GetParam().validate(GetParam().value.c_str()), GetParam().expected) << '"' << GetParam().value << '"';
-}
-
-template <class Param>
-std::string name_of(const testing::TestParamInfo<Param>& info) {
-  return info.param.name;
 }
 
 const Case ports[] = {
