@@ -4,15 +4,14 @@
 #include <cstdio>
 
 #include "core/owned.hpp"
-#include "core/site.hpp"
-#include "core/status.hpp"
 #include "kestro_jrpc_utils.h"
+#include "kestro_jrpc_utils/site.hpp"
 
 namespace kestro {
 
-namespace {
+using namespace jrpc_utils;
 
-constexpr auto here = site_of("kestro_jrpc_utils");
+namespace {
 
 // A text as it goes into an explanation, cut to 99 characters.
 class Message {

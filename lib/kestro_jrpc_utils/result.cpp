@@ -1,14 +1,11 @@
 #include "core/owned.hpp"
-#include "core/site.hpp"
 #include "kestro_jrpc/json.hpp"
 #include "kestro_jrpc_utils.h"
+#include "kestro_jrpc_utils/site.hpp"
 #include "kestro_utils.h"
 
 using namespace kestro;
-
-namespace {
-constexpr auto here = site_of("kestro_jrpc_utils");
-}
+using namespace kestro::jrpc_utils;
 
 char* kestro_jrpc_utils_dumps_validate(json_t* json) noexcept {
   if (json == nullptr) {

@@ -4,18 +4,16 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/site.hpp"
-#include "core/status.hpp"
 #include "kestro_jrpc_utils.h"
 #include "kestro_jrpc_utils/error_data.hpp"
+#include "kestro_jrpc_utils/site.hpp"
 #include "kestro_utils.h"
 #include "kestro_utils/text_output.hpp"
 
 using namespace kestro;
+using namespace kestro::jrpc_utils;
 
 namespace {
-
-constexpr auto here = site_of("kestro_jrpc_utils");
 
 // ---- Types of members, and what is said of them.
 
@@ -71,10 +69,6 @@ int32_t find(const MemberType& type, const json_t* params, json_t** err_data, co
   return status::ok;
 }
 
-int32_t refuse_null() noexcept {
-  return here().fail(Debug, status::parameter_error, "NULL pointer!\n");
-}
-
 // ---- Texts
 
 int32_t as_int32(size_t size) noexcept {
@@ -93,7 +87,7 @@ using NumberText = std::array<char, 100>;
 template <class Number, class Convert>
 int32_t parse_number_text(const json_t* params, json_t** err_data, const char* name, Number* number,
                           Convert convert) noexcept {
-  if (name == nullptr || number == nullptr) return refuse_null();
+  if (name == nullptr || number == nullptr) return refuse_null(here());
   *number = 0;
   NumberText text;
   const int32_t result =
@@ -106,13 +100,13 @@ int32_t parse_number_text(const json_t* params, json_t** err_data, const char* n
 
 int32_t kestro_jrpc_utils_parse_input_bool(const json_t* params, json_t** err_data, const char* param_name,
                                            json_t** param_output) noexcept {
-  if (param_name == nullptr || param_output == nullptr) return refuse_null();
+  if (param_name == nullptr || param_output == nullptr) return refuse_null(here());
   return find(bool_type, params, err_data, param_name, param_output);
 }
 
 int32_t kestro_jrpc_utils_parse_input_bool_val(const json_t* params, json_t** err_data, const char* param_name,
                                                bool* param_output) noexcept {
-  if (param_name == nullptr || param_output == nullptr) return refuse_null();
+  if (param_name == nullptr || param_output == nullptr) return refuse_null(here());
   json_t* member = nullptr;
   const int32_t result = find(bool_type, params, err_data, param_name, &member);
   *param_output = json_is_true(member);
@@ -121,7 +115,7 @@ int32_t kestro_jrpc_utils_parse_input_bool_val(const json_t* params, json_t** er
 
 int32_t kestro_jrpc_utils_parse_input_string(const json_t* params, json_t** err_data, const char* param_name,
                                              char* param_output, const int32_t length) noexcept {
-  if (param_name == nullptr || param_output == nullptr) return refuse_null();
+  if (param_name == nullptr || param_output == nullptr) return refuse_null(here());
   clear(output(param_output, length));
   json_t* member = nullptr;
   if (const auto result = find(string_type, params, err_data, param_name, &member); result != status::ok) return result;
@@ -138,7 +132,7 @@ int32_t kestro_jrpc_utils_parse_input_string(const json_t* params, json_t** err_
 
 int32_t kestro_jrpc_utils_parse_input_integer(const json_t* params, json_t** err_data, const char* param_name,
                                               int32_t* param_output) noexcept {
-  if (param_name == nullptr || param_output == nullptr) return refuse_null();
+  if (param_name == nullptr || param_output == nullptr) return refuse_null(here());
   *param_output = 0;
   json_t* member = nullptr;
   if (const auto result = find(integer_type, params, err_data, param_name, &member); result != status::ok) {
@@ -151,7 +145,7 @@ int32_t kestro_jrpc_utils_parse_input_integer(const json_t* params, json_t** err
 
 int32_t kestro_jrpc_utils_parse_input_array(const json_t* params, json_t** err_data, const char* param_name,
                                             json_t** param_output) noexcept {
-  if (param_name == nullptr) return refuse_null();
+  if (param_name == nullptr) return refuse_null(here());
   return find(array_type, params, err_data, param_name, param_output);
 }
 
