@@ -10,8 +10,6 @@ set(KESTRO_SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize
 if(KESTRO_SANITIZE)
   add_compile_options(-fsanitize=${KESTRO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${KESTRO_SANITIZE})
-  # Instrumented code of the standard library's <regex> sets this warning of g++ off.
-  add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
 
 # Warnings of our own targets. A consumer of the library does not inherit them.

@@ -24,6 +24,8 @@
 /* VLANs that one port can carry. */
 #define KESTRO_DATA_MAX_VLANS_PER_PORT 130
 
+/* NOLINTBEGIN(modernize-use-nullptr): C reads this header too. */
+
 /* ---- Ports ---- */
 
 typedef enum {
@@ -368,5 +370,7 @@ struct router_cfg {
   kestro_data_oec_status rtr_status;
   int64_t custom_other_cmd_last_configured;
 };
+
+/* NOLINTEND(modernize-use-nullptr) */
 
 #endif

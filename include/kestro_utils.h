@@ -401,8 +401,6 @@ int64_t kestro_str_to_ept(const char* date) KESTRO_NOEXCEPT;
 void kestro_utils_system_log(const char* file, const char* function, int32_t line, const char* format,
                              ...) KESTRO_NOEXCEPT KESTRO_PRINTF(4, 5);
 
-struct error; /* kestro_data.h */
-
 /* Formats an explanation into `err`, cut to 511 characters. */
 void err_printf(struct error* err, const char* fmt, ...) KESTRO_NOEXCEPT KESTRO_PRINTF(2, 3);
 

@@ -155,6 +155,15 @@ TEST(RecentlyOnlineWarning, OnlyForTheGenericModel) {
   }
 }
 
+TEST(RecentlyOnlineWarning, NumbersThatAreNoModelAreNotGeneric) {
+  const int32_t model = -1;
+  auto oec = edge_switch(1);
+  memcpy(&oec.model, &model, sizeof model);
+  oec.onu_id = 1;
+  oec.offline_online_transition_time = time(nullptr) - 30;
+  EXPECT_FALSE(kestro_esw_show_recently_online_warning(&oec));
+}
+
 TEST(EswStr, TellsWhatIdentifiesTheSwitch) {
   const auto oec = edge_switch(12, "lobby");
   const auto log = stderr_of([&] {
@@ -254,7 +263,8 @@ TEST(EswTexts, EachThreadHasItsOwnBuffers) {
         const char* const id_text = kestro_esw_id_str(&named);
         const char* const name_text = kestro_esw_id_or_alias(&named);
         std::this_thread::yield();
-        if (std::string(text).rfind(start, 0) != 0 || id != id_text || name != name_text) ++mismatches[n];
+        if (std::string(text).rfind(start, 0) != 0 || id != id_text || name != name_text)
+          ++mismatches[static_cast<size_t>(n)];
       }
     });
   }

@@ -1,12 +1,14 @@
-// Letter case and versions.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "kestro_data.h"
 #include "kestro_utils.h"
 #include "support/captured_stderr.hpp"
 #include "support/log.hpp"
@@ -14,112 +16,287 @@
 namespace kestro::test {
 namespace {
 
-const char* const module = "kestro_utils";
+using testing::ElementsAre;
 
-TEST(LetterCase, EveryByte) {
-  std::string lower, upper, whole;
-  for (int c = 1; c < 256; ++c) lower += static_cast<char>(c);
-  upper = whole = lower;
-  EXPECT_EQ(kestro_to_lower(lower.data(), 255), 0);
-  EXPECT_EQ(kestro_to_upper(upper.data(), 255), 0);
-  kestro_str_to_upper(whole.data());
-  for (int c = 1; c < 256; ++c) {
-    const auto at = static_cast<size_t>(c - 1);
-    EXPECT_EQ(lower[at], static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c)) << c;
-    EXPECT_EQ(upper[at], static_cast<char>(c >= 'a' && c <= 'z' ? c - 32 : c)) << c;
+// A buffer of exactly `size` bytes on the heap, where the sanitizers watch both ends; filled with 'x'.
+std::unique_ptr<char[]> filled(size_t size) {
+  auto buffer = std::make_unique<char[]>(size);
+  memset(buffer.get(), 'x', size);
+  return buffer;
+}
+
+std::unique_ptr<char[]> copy_of(const std::string& text) {
+  auto buffer = filled(text.size() + 1);
+  memcpy(buffer.get(), text.c_str(), text.size() + 1);
+  return buffer;
+}
+
+TEST(ErrPrintf, FormatsAndCuts) {
+  struct error err {};
+  err_printf(&err, "lease %s has %d leases", "lan", 7);
+  EXPECT_STREQ(err.msg, "lease lan has 7 leases");
+  err_printf(&err, "%s", std::string(511, 'e').c_str());
+  EXPECT_EQ(err.msg, std::string(511, 'e'));
+  err_printf(&err, "%s", std::string(512, 'f').c_str());
+  EXPECT_EQ(err.msg, std::string(511, 'f'));
+  err_printf(&err, "%s", "");
+  EXPECT_STREQ(err.msg, "");
+}
+
+TEST(SqliteEscape, DoublesQuotesUntilTheBufferIsFull) {
+  const struct {
+    const char* name;
+    const char* original;
+    int32_t size;
+    int32_t status;
+    const char* copy;
+  } rows[] = {
+      {"roomy", "it's", 16, 0, "it''s"},
+      {"exact fit", "it's", 6, 0, "it''s"},
+      {"one too small", "it's", 5, -21, "it''"},
+      {"no room for a pair", "it's", 4, -21, "it"},
+      {"room for nothing but the text before", "it's", 3, -21, "it"},
+      {"one byte", "it's", 1, -21, ""},
+      {"nothing in one byte", "", 1, 0, ""},
+      {"nothing but quotes", "''", 5, 0, "''''"},
+      {"quotes that do not fit", "''", 4, -21, "''"},
+      {"no quotes", "plain", 6, 0, "plain"},
+      {"no quotes, one too small", "plain", 5, -21, "plai"},
+  };
+  for (const auto& row : rows) {
+    const auto buffer = filled(static_cast<size_t>(row.size));
+    EXPECT_EQ(sqlite_escape_single_quotes(buffer.get(), row.size, row.original), row.status) << row.name;
+    EXPECT_STREQ(buffer.get(), row.copy) << row.name;
   }
-  EXPECT_EQ(whole, upper);
 }
 
-TEST(LetterCase, EveryLength) {
-  for (int32_t length = -1; length <= 6; ++length) {
-    const auto used = static_cast<size_t>(std::min(std::max(length, 0), 4));
-    std::string text("aBcD\0eF", 7);
-    EXPECT_EQ(kestro_to_upper(text.data(), length), 0);
-    EXPECT_EQ(text, std::string("ABCD").substr(0, used) + std::string("aBcD").substr(used) + std::string("\0eF", 3));
-    text.assign("aBcD\0eF", 7);
-    EXPECT_EQ(kestro_to_lower(text.data(), length), 0);
-    EXPECT_EQ(text, std::string("abcd").substr(0, used) + std::string("aBcD").substr(used) + std::string("\0eF", 3));
+TEST(SqliteEscape, ClearsTheWholeBuffer) {
+  const auto buffer = filled(8);
+  EXPECT_EQ(sqlite_escape_single_quotes(buffer.get(), 8, "a"), 0);
+  EXPECT_EQ(std::string(buffer.get(), 8), std::string("a\0\0\0\0\0\0\0", 8));
+}
+
+TEST(SqliteEscape, NoBufferAtAll) {
+  for (const int32_t size : {0, -1}) {
+    const auto buffer = filled(0);
+    EXPECT_EQ(sqlite_escape_single_quotes(buffer.get(), size, "a"), -21);
+    EXPECT_EQ(sqlite_escape_single_quotes(buffer.get(), size, ""), -21);
   }
 }
 
-TEST(LetterCase, TextWithoutEndStopsAtTheLength) {
-  char text[] = {'a', 'b', 'c'};
-  EXPECT_EQ(kestro_to_upper(text, 3), 0);
-  EXPECT_EQ(std::string(text, 3), "ABC");
+TEST(SqliteEscape, RefusesNull) {
+  char buffer = 'x';
+  EXPECT_EQ(sqlite_escape_single_quotes(nullptr, 1, "a"), -20);
+  EXPECT_EQ(sqlite_escape_single_quotes(&buffer, 1, nullptr), -20);
 }
 
-TEST(LetterCase, NullIsRefusedWithAVerboseLine) {
-  const LogLevel verbose(Verbose);
-  const auto log = stderr_of([] {
-    EXPECT_EQ(kestro_to_lower(nullptr, 5), -4);
-    EXPECT_EQ(kestro_to_upper(nullptr, 5), -4);
-  });
-  EXPECT_EQ(count_log_lines(log, Verbose, module, "NULL\n"), 2);
+TEST(BufReplaceChar, ReplacesInItsFirstBytesUpToTheEndOfTheText) {
+  const struct {
+    int32_t size;
+    const char* text;
+  } rows[] = {{7, "a_b_c_d"}, {8, "a_b_c_d"}, {4, "a_b_c d"}, {2, "a_b c d"},
+              {1, "a b c d"}, {0, "a b c d"}, {-1, "a b c d"}};
+  for (const auto& row : rows) {
+    const auto text = copy_of("a b c d");
+    buf_replace_char(text.get(), row.size, ' ', '_');
+    EXPECT_STREQ(text.get(), row.text) << row.size;
+  }
 }
 
-TEST(LetterCase, WholeEmptyText) {
-  char text[] = "";
-  kestro_str_to_upper(text);
-  EXPECT_STREQ(text, "");
+TEST(BufReplaceChar, StopsAtTheEndOfTheText) {
+  std::array<char, 8> buffer = {'a', '-', '\0', '-', '-', '\0'};
+  buf_replace_char(buffer.data(), 8, '-', '+');
+  EXPECT_EQ(std::string(buffer.data(), 5), std::string("a+\0--", 5));
+  buf_replace_char(buffer.data(), 8, '\0', '+');
+  EXPECT_STREQ(buffer.data(), "a+");
 }
 
-struct VersionCase {
-  const char* name;
-  const char* newer;
-  const char* older;
-  int32_t result;
-};
-
-const VersionCase version_cases[] = {
-    {"Same", "1.4.12", "1.4.12", 0},
-    {"Higher", "1.4.12", "1.4.9", 1},
-    {"Lower", "1.4.9", "1.4.12", -1},
-    {"FirstNumberDecides", "2.1", "2.0.9", 1},
-    {"FirstNumberDecidesLower", "1.9", "2.0", -1},
-    {"NewHasMore", "3.1.7", "3.1", 0},
-    {"NewHasLessAndOldIsZero", "3.1", "3.1.0", 0},
-    {"NewHasLess", "3.1", "3.1.7", -1},
-    {"NewHasMuchLess", "3", "3.0.0.0.1", -1},
-    {"NewEndsInDot", "3.", "3.1", -1},
-    {"OldEndsInDot", "3.1", "3.", 0},
-    {"OldHasEmptyNumber", "3.1.2", "3..5", 0},
-    {"NewHasEmptyNumber", "3..5", "3.1.2", -1},
-    {"AnySeparator", "1-2_3", "1.2.4", -1},
-    {"SeparatorIsOneCharacter", "1. 2", "1.2", 0},
-    {"OldEmpty", "1.2", "", 0},
-    {"BothEmpty", "", "", 0},
-    {"NewEmpty", "", "0.1", -1},
-    {"NewEmptyOldZero", "", "0.0", 0},
-    {"OldNoNumber", "1.2", "v1.2", 0},
-    {"NewNoNumber", "v1", "1.2", -1},
-    {"LeadingZeros", "1.007", "1.7", 0},
-    {"LargestNumber", "2147483647", "2147483646", 1},
-    {"NumbersAreSigned", "2147483648", "0", -1},
-    {"NumbersAreCut", "4294967297", "1", 0},
-    {"NegativeNumber", "-1", "0", -1},
-};
-
-class Versions : public testing::TestWithParam<VersionCase> {};
-
-TEST_P(Versions, Compare) {
-  const auto& [name, newer, older, result] = GetParam();
-  // In allocations of their own, so that reading past an end shows.
-  const std::vector<char> a(newer, newer + strlen(newer) + 1);
-  const std::vector<char> b(older, older + strlen(older) + 1);
-  EXPECT_EQ(kestro_utils_sw_version_strcmp(a.data(), b.data()), result);
+std::vector<std::string> tokens_of(const std::string& text, const char* delimit) {
+  const auto source = copy_of(text);
+  std::vector<std::string> tokens;
+  char* start = source.get();
+  const auto word = filled(text.size() + 1);
+  // Every token but the first has at least a delimiter.
+  while (strparse(start, delimit, word.get()) == 0 && tokens.size() <= text.size()) {
+    tokens.emplace_back(word.get());
+    start = nullptr;
+  }
+  EXPECT_EQ(text, source.get());
+  EXPECT_STREQ(word.get(), "");
+  return tokens;
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Versions, testing::ValuesIn(version_cases),
-                         [](const auto& test) { return std::string(test.param.name); });
+TEST(Strparse, TokensBeginWithTheDelimiterThatEndedTheOneBefore) {
+  EXPECT_THAT(tokens_of("a,b,c", ","), ElementsAre("a", ",b", ",c"));
+  EXPECT_THAT(tokens_of("abc", ","), ElementsAre("abc"));
+  EXPECT_THAT(tokens_of("a,", ","), ElementsAre("a", ","));
+  EXPECT_THAT(tokens_of("a,,b", ","), ElementsAre("a", ",", ",b"));
+  EXPECT_THAT(tokens_of(",a", ","), ElementsAre("", ",a"));
+  EXPECT_THAT(tokens_of("", ","), ElementsAre(""));
+}
 
-TEST(VersionsOfNull, AreRefused) {
-  const auto log = stderr_of([] {
-    EXPECT_EQ(kestro_utils_sw_version_strcmp(nullptr, "1"), -20);
-    EXPECT_EQ(kestro_utils_sw_version_strcmp("1", nullptr), -20);
-  });
-  EXPECT_THAT(log, HasLog(Warning, module, "Found a null input parameter at varg index <0>\n"));
-  EXPECT_THAT(log, HasLog(Warning, module, "Found a null input parameter at varg index <1>\n"));
+TEST(Strparse, NewlineAlwaysDelimits) {
+  EXPECT_THAT(tokens_of("a\nb,c\n", ","), ElementsAre("a", "\nb", ",c", "\n"));
+  EXPECT_THAT(tokens_of("a\nb,c", ""), ElementsAre("a", "\nb,c"));
+}
+
+TEST(Strparse, ElevenDelimitersCount) {
+  EXPECT_THAT(tokens_of("aBbKcLd\ne", "ABCDEFGHIJKLM"), ElementsAre("a", "Bb", "KcLd", "\ne"));
+}
+
+TEST(Strparse, NothingIsLeftAfterTheLastToken) {
+  const auto text = copy_of("a");
+  const auto word = filled(4);
+  EXPECT_EQ(strparse(text.get(), ",", word.get()), 0);
+  EXPECT_EQ(strparse(nullptr, ",", word.get()), 1);
+  EXPECT_EQ(strparse(nullptr, ",", word.get()), 1);
+}
+
+TEST(Strparse, ANewTextReplacesTheOldOne) {
+  const auto first = copy_of("a,b,c");
+  const auto second = copy_of("d;e");
+  const auto word = filled(8);
+  strparse(first.get(), ",", word.get());
+  strparse(second.get(), ";", word.get());
+  EXPECT_STREQ(word.get(), "d");
+  strparse(nullptr, ";", word.get());
+  EXPECT_STREQ(word.get(), ";e");
+  EXPECT_EQ(strparse(nullptr, ";", word.get()), 1);
+}
+
+TEST(Strparse, RefusesNullAndKeepsItsPlace) {
+  const auto text = copy_of("a,b");
+  const auto word = filled(4);
+  strparse(text.get(), ",", word.get());
+  EXPECT_EQ(strparse(nullptr, nullptr, word.get()), -4);
+  EXPECT_EQ(strparse(nullptr, ",", nullptr), -4);
+  EXPECT_EQ(strparse(nullptr, ",", word.get()), 0);
+  EXPECT_STREQ(word.get(), ",b");
+}
+
+TEST(Isdigits, EveryCharacterCounts) {
+  const struct {
+    const char* text;
+    int32_t result;
+  } rows[] = {{"", 1},   {"0", 1},  {"0123456789", 1}, {"12a", 0}, {"a12", 0},
+              {"-1", 0}, {" 1", 0}, {"1.", 0},         {"\xb2", 0}};
+  for (const auto& row : rows) EXPECT_EQ(isdigits(row.text), row.result) << row.text;
+}
+
+TEST(TokenizeIpAddress, BytesAreTheNumbersUnchecked) {
+  const struct {
+    const char* text;
+    std::array<uint8_t, 4> bytes;
+  } rows[] = {
+      {"10.0.0.1", {10, 0, 0, 1}},          {"255.255.255.255", {255, 255, 255, 255}},
+      {"256.257.-1.300", {0, 1, 255, 44}},  {"1.2", {1, 2, 0, 0}},
+      {"1.2.3.4.5", {1, 2, 3, 4}},          {"", {0, 0, 0, 0}},
+      {"x.7y.z.9", {0, 7, 0, 9}},           {"192.168.100.0012345", {192, 168, 100, 12}},
+      {"1.99999999999999", {1, 255, 0, 0}},
+  };
+  for (const auto& row : rows) {
+    std::array<uint8_t, 4> bytes = {77, 77, 77, 77};
+    EXPECT_EQ(kestro_tokenize_ip_address(bytes.data(), row.text, 4), 0) << row.text;
+    EXPECT_EQ(bytes, row.bytes) << row.text;
+  }
+}
+
+TEST(TokenizeIpAddress, Refusals) {
+  std::array<uint8_t, 8> bytes = {77, 77, 77, 77, 77, 77, 77, 77};
+  const auto untouched = bytes;
+  for (const int32_t size : {-1, 0, 1, 3, 5, 8}) {
+    EXPECT_EQ(kestro_tokenize_ip_address(bytes.data(), "10.0.0.1", size), -41) << size;
+  }
+  EXPECT_EQ(kestro_tokenize_ip_address(nullptr, "10.0.0.1", 4), -20);
+  EXPECT_EQ(kestro_tokenize_ip_address(bytes.data(), nullptr, 4), -20);
+  EXPECT_EQ(kestro_tokenize_ip_address(nullptr, "10.0.0.1", 5), -20);
+  EXPECT_EQ(bytes, untouched);
+}
+
+TEST(CliDescParse, OnePairOfQuotesLosesTheFirst) {
+  const struct {
+    const char* name;
+    std::string source;
+    std::string copy;  // what is written, zero bytes included
+  } rows[] = {
+      {"quoted", "\"two words\"", "two words\""},
+      {"nothing quoted", "\"\"", "\""},
+      {"plain", "plain", std::string("plain\0", 6)},
+      {"empty", "", std::string("\0", 1)},
+      {"one quote", "\"", std::string("\"\0", 2)},
+      {"opened", "\"open", std::string("\"open\0", 6)},
+      {"closed", "close\"", std::string("close\"\0", 7)},
+      {"three quotes", "\"a\"b\"", std::string("\"a\"b\"\0", 6)},
+      {"two inside", "a\"b\"c", std::string("a\"b\"c\0", 6)},
+      {"two pairs", "\"a\" \"b\"", std::string("\"a\" \"b\"\0", 8)},
+  };
+  for (const auto& row : rows) {
+    const auto source = copy_of(row.source);
+    const auto copy = filled(row.copy.size());
+    EXPECT_EQ(kestro_cli_desc_parse(source.get(), copy.get()), 0) << row.name;
+    EXPECT_EQ(std::string(copy.get(), row.copy.size()), row.copy) << row.name;
+  }
+}
+
+TEST(CliDescParse, QuotedTextGetsNoTerminator) {
+  const auto copy = filled(8);
+  EXPECT_EQ(kestro_cli_desc_parse("\"ab\"", copy.get()), 0);
+  EXPECT_EQ(std::string(copy.get(), 8), "ab\"xxxxx");
+}
+
+TEST(CliDescParse, RefusesNull) {
+  char copy = 'x';
+  EXPECT_EQ(kestro_cli_desc_parse(nullptr, &copy), -4);
+  EXPECT_EQ(kestro_cli_desc_parse("text", nullptr), -4);
+  EXPECT_EQ(copy, 'x');
+}
+
+TEST(RemoveSurroundingQuotes, CopiesWhatIsInside) {
+  const struct {
+    const char* name;
+    std::string source;
+    std::string inside;
+  } rows[] = {
+      {"quoted", "\"two words\"", "two words"},
+      {"plain", "plain", "plain"},
+      {"empty", "", ""},
+      {"nothing quoted", "\"\"", ""},
+      {"one quote", "\"", ""},
+      {"opened", "\"open", "\"open"},
+      {"closed", "close\"", "close\""},
+      {"more quotes", "\"a\"b\"", "a\"b"},
+  };
+  for (const auto& row : rows) {
+    for (int32_t size = 0; size <= 12; ++size) {
+      const auto source = copy_of(row.source);
+      const auto copy = filled(static_cast<size_t>(size));
+      EXPECT_EQ(kestro_remove_surrounding_quotes(source.get(), copy.get(), size), 0) << row.name << size;
+      auto expected = row.inside;
+      expected.resize(static_cast<size_t>(size), '\0');
+      EXPECT_EQ(std::string(copy.get(), expected.size()), expected) << row.name << size;
+    }
+  }
+}
+
+TEST(RemoveSurroundingQuotes, NegativeSizeWritesNothing) {
+  const auto copy = filled(0);
+  EXPECT_EQ(kestro_remove_surrounding_quotes("\"a\"", copy.get(), -1), 0);
+}
+
+TEST(RemoveSurroundingQuotes, RefusesNull) {
+  char copy = 'x';
+  EXPECT_EQ(kestro_remove_surrounding_quotes(nullptr, &copy, 1), -4);
+  EXPECT_EQ(kestro_remove_surrounding_quotes("text", nullptr, 1), -4);
+  EXPECT_EQ(copy, 'x');
+}
+
+TEST(StripLastChar, DropsOne) {
+  const struct { const char *text, *rest; } rows[] = {{"line\n", "line"}, {"a", ""}, {"", ""}};
+  for (const auto& row : rows) {
+    const auto text = copy_of(row.text);
+    kestro_strip_last_char(text.get());
+    EXPECT_STREQ(text.get(), row.rest);
+  }
 }
 
 }  // namespace

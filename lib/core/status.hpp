@@ -13,6 +13,7 @@ inline constexpr int32_t invalid_oec_id = -5;
 inline constexpr int32_t invalid_port = -6;
 inline constexpr int32_t system_access_error = -7;
 inline constexpr int32_t db_busy = -11;
+inline constexpr int32_t db_unfinished = -12;
 inline constexpr int32_t not_a_c_port = -13;
 inline constexpr int32_t not_a_d_port = -14;
 inline constexpr int32_t not_an_oec = -15;

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 #include "core/site.hpp"
@@ -16,9 +17,18 @@ constexpr uint64_t recently = 120;  // seconds
 // An alias fills eight characters, and so does an identifier with any number in use.
 constexpr size_t short_name_size = sizeof(kestro_data_oec::alias);
 
-const char* model_text(kestro_data_oec_model_name model) noexcept {
-  const bool known = static_cast<uint32_t>(model) < KESTRO_DATA_OEC_MODEL_MAX_ENUM_VAL;
-  return kestro_data_oec_model_name_enum_str[known ? model : KESTRO_DATA_OEC_MODEL_UNKNOWN];
+// C callers may have put any number there, which the enumeration of this language must not be read with.
+uint32_t model_of(const kestro_data_oec& oec) noexcept {
+  uint32_t number = 0;
+  static_assert(sizeof number == sizeof oec.model);
+  memcpy(&number, &oec.model, sizeof number);
+  return number;
+}
+
+const char* model_text(const kestro_data_oec& oec) noexcept {
+  constexpr uint32_t unknown = KESTRO_DATA_OEC_MODEL_UNKNOWN;
+  const uint32_t model = model_of(oec);
+  return kestro_data_oec_model_name_enum_str[model < KESTRO_DATA_OEC_MODEL_MAX_ENUM_VAL ? model : unknown];
 }
 
 void print_id(const kestro_data_oec& oec, char* out, size_t size) noexcept {
@@ -43,8 +53,8 @@ int32_t kestro_form_oec_name(const kestro_data_oec* oec, char* name, size_t sz) 
 
 int32_t kestro_print_oec(const kestro_data_oec* oec, const char* msg) noexcept {
   if (kestro_check_for_null(2, oec, msg) != status::ok) return status::null_argument;
-  here().log_unchecked(Info, "%s:\noec_id: c%d\nmodel: %s\n mac: %s\n ip: %s\n\n", msg, oec->oec_id,
-                       model_text(oec->model), oec->switch_mac_address, oec->ip_addr);
+  here().log_unchecked(Info, "%s:\noec_id: c%d\nmodel: %s\n mac: %s\n ip: %s\n\n", msg, oec->oec_id, model_text(*oec),
+                       oec->switch_mac_address, oec->ip_addr);
   return status::ok;
 }
 
@@ -58,7 +68,7 @@ bool kestro_esw_is_recently_online(const kestro_data_oec* esw, int64_t now) noex
 }
 
 bool kestro_esw_show_recently_online_warning(const kestro_data_oec* esw) noexcept {
-  return esw->model == KESTRO_DATA_OEC_MODEL_GENERIC && kestro_esw_is_recently_online(esw, time(nullptr));
+  return model_of(*esw) == KESTRO_DATA_OEC_MODEL_GENERIC && kestro_esw_is_recently_online(esw, time(nullptr));
 }
 
 char* kestro_esw_str(const kestro_data_oec* esw) noexcept {

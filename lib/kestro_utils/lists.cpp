@@ -16,7 +16,7 @@ using namespace kestro;
 namespace {
 
 constexpr int32_t line_size = 128;
-constexpr size_t csv_size = 5 * KESTRO_DATA_MAX_VLANS_PER_PORT;  // four digits and a comma each
+constexpr size_t csv_size = 5UL * KESTRO_DATA_MAX_VLANS_PER_PORT;  // four digits and a comma each
 
 // One port as it stands in the list: a blank before it unless it opens the line, a comma behind it unless it is the last.
 int32_t print_port(char (&out)[32], const cli_mw_vlan_struct& list, int32_t index, bool opens_line) noexcept {

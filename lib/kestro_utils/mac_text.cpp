@@ -1,6 +1,4 @@
 // The two forms of a MAC address: a text, and six bytes.
-#include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -57,11 +55,11 @@ int32_t kestro_str_to_mac_address(char* mac_address_str, uint8_t* mac_address) n
 
 int32_t kestro_mac_address_to_char_array(const char* mac, uint8_t* a) noexcept {
   if (kestro_check_for_null(2, mac, a) != status::ok) return status::null_argument;
-  std::array<uint8_t, byte_count> b{};
+  uint8_t b[byte_count] = {};
   // NOLINTNEXTLINE(cert-err34-c): groups beyond a byte are wanted to wrap, as the scanner does
   const int groups = sscanf(mac, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5]);
   if (groups != static_cast<int>(byte_count)) return status::parameter_error;
-  std::ranges::copy(b, a);
+  memcpy(a, b, sizeof b);
   return status::ok;
 }
 

@@ -17,7 +17,7 @@ namespace {
 
 constexpr auto here = site_of("kestro_validation");
 
-// The matcher recurses on the caller's stack, some 600 bytes a level. No pattern here repeats a group without bound, so
+// The matcher recurses on the caller's stack, some 500 bytes a level. No pattern here repeats a group without bound, so
 // the deepest needs 14 levels whatever the value; the limit keeps a pattern that broke that rule off a small stack.
 constexpr unsigned long match_depth_limit = 64;
 // The matcher's own default, said here: the work for a hostile value ends in an error.
