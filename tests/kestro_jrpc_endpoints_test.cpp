@@ -484,9 +484,11 @@ TEST(PullSocketInit, WithoutASocketTheBindIsStillTried) {
   EXPECT_EQ(pull, 77);
   EXPECT_THAT(seen.log, HasLog(Error, jrpc, "[kestro_jrpc_tcp_socket_init]: cannot init pull socket!\n"));
   EXPECT_THAT(seen.log, HasLog(Error, jrpc, "[kestro_jrpc_mq_pub_init]: Error mq_socket_bind for pull, rc = -1\n"));
+}
 
-  // The bind's own status counts, also here.
-  const Fault again("nn_socket", EMFILE);
+TEST(PullSocketInit, WithoutASocketTheStatusIsStillTheBinds) {
+  int32_t pull = 77;
+  const Fault no_socket_left("nn_socket", EMFILE);
   EXPECT_EQ(outcome_of([&] { return kestro_jrpc_pull_socket_init("ipc:///tmp/never", &pull); }).status, -34);
 }
 
