@@ -309,7 +309,8 @@ void fork_exec_script(const char* script, const char* cmd, const char* filename)
 /*
  * A lock among processes on changes of network interfaces: whoever creates the file /tmp/lockifaces holds it. Locking
  * waits, looking once a second, without a limit. Not reentrant, and no lock among the threads of a process. The file
- * outlives a process that ends without unlocking and must then be removed by hand.
+ * outlives a process that ends without unlocking and must then be removed by hand. Both run a shell as system() does:
+ * the process ignores SIGINT and SIGQUIT meanwhile.
  *
  * When no shell can be started, both log a WARNING and return: the caller is not told. Where bash is missing, only the
  * shell's own words on standard error tell, and nothing is locked.
