@@ -6,7 +6,8 @@
  * that the variable was created with. An integer variable is the int32_t in the first four bytes.
  *
  * Each call opens, maps, does its one thing, unmaps and closes. Variables are meant for occasional state. They stay
- * until shm_unlink() or a restart.
+ * until shm_unlink() or a restart. New objects get the permissions 0x666 (octal 3146, not 0666), less the umask: the
+ * daemons that share variables are meant to run as one privileged user, whom the bits do not bind.
  *
  * Every function returns 0, or -1 with an ERROR line for a null pointer, for size 0, and for an object that cannot be
  * opened or mapped: there is none, the size is negative or reaches past the object's memory pages, or memory is short.
@@ -24,7 +25,11 @@
 
 KESTRO_BEGIN_DECLS
 
-/* Creates the variable, or resizes one that is there; either way all its `size` bytes become zero. */
+/*
+ * Creates the variable, or resizes one that is there; either way all its `size` bytes become zero. When the length
+ * cannot be set, that is logged at ERROR and told on standard error, and the call goes on: it succeeds if the object
+ * has the bytes all the same.
+ */
 int32_t kestro_shm_create(const char* name, int32_t size) KESTRO_NOEXCEPT;
 
 /*

@@ -66,15 +66,15 @@ int32_t kestro_sqlite3_get_single_string_result(sqlite3* db, char* result, int32
                                                 ...) KESTRO_NOEXCEPT KESTRO_PRINTF(4, 5);
 
 /*
- * Steps once and stores column 0 of the row. Returns 0, or -7 when there is no row or the step failed; `*val` is then
- * as it was. The statement stays where it is: reset or finalise it.
+ * Steps once and stores column 0 of the row. Returns 0, or -7 when there is no row or the step failed, as it does for a
+ * null statement; `*val` is then as it was. The statement stays where it is: reset or finalise it.
  */
 int32_t kestro_sqlite3_step_get_int(sqlite3_stmt* stmt, int64_t* val) KESTRO_NOEXCEPT;
 
 /*
  * Runs an INSERT, UPDATE or DELETE, which must be done in one step. Returns 0, or -7 with an ERROR line that tells
- * SQLite's code and the calling function. Reset or finalise the statement afterwards. Busy databases are not retried
- * beyond the connection's own busy timeout.
+ * SQLite's code and the calling function; a null statement is SQLite's misuse, 21. Reset or finalise the statement
+ * afterwards. Busy databases are not retried beyond the connection's own busy timeout.
  */
 #define kestro_sqlite3_step_write(stmt) _kestro_sqlite3_step_write((stmt), __func__)
 int32_t _kestro_sqlite3_step_write(sqlite3_stmt* stmt, const char* func_name) KESTRO_NOEXCEPT;
@@ -88,7 +88,7 @@ int32_t _kestro_sqlite3_step_write(sqlite3_stmt* stmt, const char* func_name) KE
  * that began with reading, a write that meets another writer is busy for as long as the transaction lasts; begin it
  * with "BEGIN IMMEDIATE" if it is going to write. The callback must not call this function: it would wait for itself.
  *
- * Returns SQLite's last code.
+ * Returns SQLite's last code: 21 (SQLITE_MISUSE) for a null `db`.
  */
 int32_t kestro_sqlite3_exec(sqlite3* db, const char* sql, int (*callback)(void*, int, char**, char**), void* arg1,
                             char** errmsg) KESTRO_NOEXCEPT;

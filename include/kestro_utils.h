@@ -277,15 +277,15 @@ int32_t kestro_check_md5(const char* fpath, const char* md5path, int32_t* md5_co
 
 /*
  * The revision of the board: the digit behind the first "=" of what "fw_printenv brdrev 2>&1" prints. 7, the default,
- * when it prints nothing, cannot be started, is not installed, knows no revision or prints no "=". Whatever stands in
- * the digit's place is taken as one.
+ * when it prints nothing, cannot be started or tells of an error in a line that begins with "#", each after an ERROR
+ * line, and when its line contains "not installed" or no "=". Whatever stands in the digit's place is taken as one.
  */
 int8_t kestro_get_board_rev_number(void) KESTRO_NOEXCEPT;
 
 /*
- * Whether a host answers one "ping -c1 -w%d %s" within `n_sec` seconds. `ip_addr` is an IPv4 address or a host name;
- * null or anything else gives false and a WARNING line. False also when ping cannot be started. The command line has
- * less than 256 characters.
+ * Whether a host answers one "ping -c1 -w%d %s" within `n_sec` seconds: what ping prints has its statistics and no
+ * " 100% packet loss". `ip_addr` is an IPv4 address or a host name; null or anything else gives false and a WARNING
+ * line. False also when ping cannot be started. The command line has less than 256 characters.
  */
 bool kestro_check_ip_alive_no_log(const char* ip_addr, int32_t n_sec) KESTRO_NOEXCEPT;
 
@@ -297,20 +297,23 @@ bool kestro_check_ip_alive_v2(const char* ip_addr, int32_t n_sec) KESTRO_NOEXCEP
 
 /*
  * Starts "%s %s '%s'" of the three texts with /bin/bash and does not wait for it: the caller collects the child. The
- * line has less than 3200 characters. A failure to fork is logged at ERROR; a null text, which starts nothing, at
- * WARNING.
+ * line has less than 3200 characters. Success is logged at INFO, a failure to fork at ERROR, and a null text, which
+ * starts nothing, at WARNING.
  *
  * In a child in which bash cannot be executed, the function tells and logs that and RETURNS: the child goes on in the
- * caller's code. A caller that must not run twice compares getpid().
+ * caller's code. A caller that must not run twice compares getpid() and ends the child with _exit(): what the other
+ * threads held at the fork stays held in it.
  */
 void fork_exec_script(const char* script, const char* cmd, const char* filename) KESTRO_NOEXCEPT;
 
 /*
  * A lock among processes on changes of network interfaces: whoever creates the file /tmp/lockifaces holds it. Locking
  * waits, looking once a second, without a limit. Not reentrant, and no lock among the threads of a process. The file
- * outlives a process that ends without unlocking and must then be removed by hand.
+ * outlives a process that ends without unlocking and must then be removed by hand. Both run a shell as system() does:
+ * the process ignores SIGINT and SIGQUIT meanwhile.
  *
- * When no shell can be started, both log a WARNING and return: the caller is not told.
+ * When no shell can be started, both log a WARNING and return: the caller is not told. Where bash is missing, only the
+ * shell's own words on standard error tell, and nothing is locked.
  */
 void lock_ifaces(void) KESTRO_NOEXCEPT;
 void unlock_ifaces(void) KESTRO_NOEXCEPT;
@@ -363,8 +366,8 @@ int32_t kestro_get_nn_rcvfd(int32_t sfd, int32_t* rcvfd) KESTRO_NOEXCEPT;
 void kestro_user_validate_init_socket(int32_t* server_sock_fd, int32_t port) KESTRO_NOEXCEPT;
 
 /*
- * Waits for a client and receives its request once: at most 1024 bytes, without a zero byte behind them, so pass a
- * zero-filled buffer of 1025. A failed receive is logged at ERROR.
+ * Waits for a client, trying again without a pause while accepting fails, and receives its request once: at most 1024
+ * bytes, without a zero byte behind them, so pass a zero-filled buffer of 1025. A failed receive is logged at ERROR.
  */
 void kestro_user_validate_listen_socket(int32_t* server_sock_fd, int32_t* accepted_sock_fd, char* msg) KESTRO_NOEXCEPT;
 

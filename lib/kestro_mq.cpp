@@ -112,8 +112,7 @@ int32_t set_subscription(Site site, int32_t mq_socket, int option, const char* c
 }  // namespace
 
 int32_t kestro::kestro_mq_validate_tm_type(int32_t transport_type, const char* sp_addr) noexcept {
-  here().log(Debug, "Validating transport type: %d with sp_addr: %s\n", transport_type,
-             sp_addr != nullptr ? sp_addr : "(null)");
+  here().log(Debug, "Validating transport type: %d with sp_addr: %s\n", transport_type, printable(sp_addr));
   if (sp_addr == nullptr) return null_pointer(here());
 
   const size_t length = strlen(sp_addr);

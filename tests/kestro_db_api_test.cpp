@@ -22,6 +22,7 @@
 #include "support/cfgdb.hpp"
 #include "support/child.hpp"
 #include "support/database.hpp"
+#include "support/descriptors.hpp"
 #include "support/faults.hpp"
 #include "support/log.hpp"
 #include "support/sleeps.hpp"
@@ -69,10 +70,6 @@ class Opened {
   static inline std::vector<sqlite3*> connections_;
   static inline std::vector<std::string> statements_;
 };
-
-size_t open_descriptors() {
-  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
 
 int64_t pragma(sqlite3* db, const char* name) {
   int64_t value = -1;
@@ -122,7 +119,7 @@ TEST_F(DbOpenFile, AppliesTheSettingsInOrder) {
 }
 
 TEST_F(DbOpenFile, FailureIsLoggedLeavesNullAndNothingOpen) {
-  const size_t before = open_descriptors();
+  const auto before = open_descriptors();
   for (const std::string& path :
        {directory_.file("missing.db"), directory_.file("no/such/directory.db"), directory_.path().string()}) {
     auto* db = reinterpret_cast<sqlite3*>(1);
@@ -271,6 +268,9 @@ TEST_F(DbEnsureOpenFile, HoldsItsLockWhileItWaitsForTheExecutionOfStatements) {
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_FALSE(locked);
+  // A connection that is open already is not kept waiting.
+  sqlite3* open_already = unrelated;
+  EXPECT_EQ(kestro_db_ensure_open_file(&open_already, path_.c_str()), 0);
 
   finish.set_value();
   executor.join();

@@ -18,6 +18,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -25,6 +26,7 @@
 
 #include "support/captured_stderr.hpp"
 #include "support/child.hpp"
+#include "support/descriptors.hpp"
 #include "support/faults.hpp"
 #include "support/log.hpp"
 
@@ -64,20 +66,46 @@ std::string zeros(size_t count) {
   return std::string(count, '\0');
 }
 
-size_t entries_of(const char* directory) {
-  return static_cast<size_t>(
-      std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator()));
-}
+// What the calling thread asked the system for while the object lives: how it opened and mapped objects, and what of
+// that is still mapped.
+class Requests {
+ public:
+  struct Opening {
+    int flags = -1;
+    mode_t mode = 0;
+  };
+  struct Mapping {
+    size_t size = 0;
+    int protection = -1;
+    int flags = -1;
+  };
 
-// How often this process has the variable mapped.
-int mappings(const Variable& variable) {
-  std::ifstream maps("/proc/self/maps");
-  int count = 0;
-  for (std::string line; std::getline(maps, line);) {
-    if (line.find(variable.path()) != std::string::npos) ++count;
+  Requests() { current_ = this; }
+  Requests(const Requests&) = delete;
+  Requests& operator=(const Requests&) = delete;
+  ~Requests() { current_ = nullptr; }
+
+  static Requests* current() { return current_; }
+  void note_opening(int flags, mode_t mode) { openings_.push_back({flags, mode}); }
+  void note_mapping(void* start, const Mapping& mapping) {
+    mappings_.push_back(mapping);
+    if (start != MAP_FAILED) mapped_.emplace(start, mapping.size);
   }
-  return count;
-}
+  void note_unmapping(void* start, size_t size) {
+    if (const auto found = mapped_.find(start); found != mapped_.end() && found->second == size) mapped_.erase(found);
+  }
+
+  [[nodiscard]] const std::vector<Opening>& openings() const { return openings_; }
+  [[nodiscard]] const std::vector<Mapping>& mappings() const { return mappings_; }
+  [[nodiscard]] size_t still_mapped() const { return mapped_.size(); }
+
+ private:
+  static thread_local Requests* current_;
+  std::vector<Opening> openings_;
+  std::vector<Mapping> mappings_;
+  std::map<void*, size_t> mapped_;
+};
+thread_local Requests* Requests::current_ = nullptr;
 
 TEST(ShmCreate, MakesAnObjectOfZeroBytes) {
   const Variable variable("create");
@@ -340,7 +368,8 @@ TEST(ShmRefusal, NameThatTheSystemRefuses) {
 TEST(ShmRefusal, SizesThatCannotBeMappedLeaveNothingBehind) {
   const Variable variable("unmapped");
   ASSERT_EQ(kestro_shm_create(variable, 8), 0);
-  const size_t descriptors = entries_of("/proc/self/fd");
+  const auto descriptors = open_descriptors();
+  const Requests requests;
   for (const auto& operation : operations) {
     if (operation.zero_message == nullptr || operation.run == kestro_shm_create) continue;
     for (const int32_t size : {-1, INT32_MIN, 1 << 20}) {
@@ -352,8 +381,8 @@ TEST(ShmRefusal, SizesThatCannotBeMappedLeaveNothingBehind) {
       EXPECT_THAT(log, HasLog(Error, module, variable.line("Mmap error with "))) << operation.label << size;
     }
   }
-  EXPECT_EQ(entries_of("/proc/self/fd"), descriptors);
-  EXPECT_EQ(mappings(variable), 0);
+  EXPECT_EQ(open_descriptors(), descriptors);
+  EXPECT_EQ(requests.still_mapped(), 0U);
 }
 
 TEST(ShmRefusal, EmptyObjectIsAFailureAndNoBusError) {
@@ -384,13 +413,45 @@ TEST(ShmRefusal, LinesAreWrittenAtEveryLevelThatShowsErrors) {
 
 TEST(Shm, SuccessIsSilentAndKeepsNothingOpen) {
   const Variable variable("clean");
-  const size_t descriptors = entries_of("/proc/self/fd");
+  const auto descriptors = open_descriptors();
+  const Requests requests;
   const auto log = stderr_of([&] {
     for (const auto& operation : operations) EXPECT_EQ(operation.run(variable, 16), 0) << operation.label;
   });
   EXPECT_THAT(log, IsEmpty());
-  EXPECT_EQ(entries_of("/proc/self/fd"), descriptors);
-  EXPECT_EQ(mappings(variable), 0);
+  EXPECT_EQ(open_descriptors(), descriptors);
+  EXPECT_EQ(requests.still_mapped(), 0U);
+}
+
+// Root may do more than an object's own bits and a mapping's protection let on, so the requests are looked at.
+TEST(Shm, EachOperationAsksForNoMoreThanItNeeds) {
+  constexpr int read_write = PROT_READ | PROT_WRITE;
+  const struct {
+    const Operation& operation;
+    int flags;
+    size_t size;
+    int protection;
+  } rows[] = {
+      {operations[0], O_CREAT | O_RDWR, 16, read_write},
+      {operations[1], O_RDONLY, 16, PROT_READ},
+      {operations[2], O_RDWR, 16, read_write},
+      {operations[3], O_RDONLY, 4, PROT_READ},
+      {operations[4], O_RDWR, 4, read_write},
+      {operations[5], O_RDWR, 16, read_write},
+  };
+  const Variable variable("requests");
+  for (const auto& row : rows) {
+    const Requests requests;
+    EXPECT_EQ(row.operation.run(variable, 16), 0) << row.operation.label;
+    ASSERT_EQ(requests.openings().size(), 1U) << row.operation.label;
+    EXPECT_EQ(requests.openings()[0].flags, row.flags) << row.operation.label;
+    EXPECT_EQ(requests.openings()[0].mode, 0x666U) << row.operation.label;
+    ASSERT_EQ(requests.mappings().size(), 1U) << row.operation.label;
+    EXPECT_EQ(requests.mappings()[0].size, row.size) << row.operation.label;
+    EXPECT_EQ(requests.mappings()[0].protection, row.protection) << row.operation.label;
+    EXPECT_EQ(requests.mappings()[0].flags, MAP_SHARED) << row.operation.label;
+    EXPECT_EQ(requests.still_mapped(), 0U) << row.operation.label;
+  }
 }
 
 // Answers each number it finds in one variable with a text in another.
@@ -450,6 +511,29 @@ TEST(Shm, FullFileSystemIsAFailureAndNoBusError) {
 
 }  // namespace
 }  // namespace kestro::test
+
+// What the linker leads the module's requests to, and the real ones behind it.
+extern "C" {
+int __real_shm_open(const char* name, int flags, mode_t mode);
+int __wrap_shm_open(const char* name, int flags, mode_t mode) {
+  if (auto* const requests = kestro::test::Requests::current()) requests->note_opening(flags, mode);
+  return __real_shm_open(name, flags, mode);
+}
+void* __real_mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset);
+void* __wrap_mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset) {
+  void* const start = __real_mmap(address, size, protection, flags, fd, offset);
+  const int error = errno;
+  if (auto* const requests = kestro::test::Requests::current())
+    requests->note_mapping(start, {size, protection, flags});
+  errno = error;
+  return start;
+}
+int __real_munmap(void* start, size_t size);
+int __wrap_munmap(void* start, size_t size) {
+  if (auto* const requests = kestro::test::Requests::current()) requests->note_unmapping(start, size);
+  return __real_munmap(start, size);
+}
+}
 
 int main(int argc, char** argv) {
   return kestro::test::main_with_roles(argc, argv, {{"answer", kestro::test::answer}, {"fill", kestro::test::fill}});

@@ -179,6 +179,27 @@ TEST_F(Busy, OtherThreadsWaitThroughTheSleeps) {
   EXPECT_TRUE(done);
 }
 
+TEST(NotBusy, PreparedStatementsTakeNoLock) {
+  const Database db;
+  db.run("CREATE TABLE t (n)");
+  // The callback runs while the execution is held: whoever wanted to hold it, too, would wait for ever.
+  const auto within = [](void* connection, int, char**, char**) {
+    auto* const same = static_cast<sqlite3*>(connection);
+    sqlite3_stmt* prepared = nullptr;
+    EXPECT_EQ(kestro_sqlite3_prepare_sql(same, &prepared, "INSERT INTO t VALUES (%d)", 7), 0);
+    EXPECT_EQ(kestro_sqlite3_step_write(prepared), 0);
+    sqlite3_finalize(prepared);
+    int64_t number = 0;
+    EXPECT_EQ(kestro_sqlite3_get_single_id_result(same, &number, "SELECT n FROM t"), 0);
+    EXPECT_EQ(number, 7);
+    char text[4];
+    EXPECT_EQ(kestro_sqlite3_get_single_string_result(same, text, sizeof text, "SELECT n FROM t"), 0);
+    EXPECT_STREQ(text, "7");
+    return 0;
+  };
+  EXPECT_EQ(kestro_sqlite3_exec(db, "SELECT 1", within, static_cast<sqlite3*>(db), nullptr), 0);
+}
+
 TEST(NotBusy, LockedIsNotRetried) {
   const Database db;
   db.run("CREATE TABLE t (n)");

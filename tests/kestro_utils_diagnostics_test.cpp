@@ -52,6 +52,11 @@ TEST(DebugPrintBytes, NoBytes) {
   }
 }
 
+TEST(DebugPrintBytes, AsksTheLevel) {
+  const LogLevel warning(Warning);
+  EXPECT_EQ(debug_print({0x0a}, "x"), "");
+}
+
 TEST(DebugPrintBytes, WhatDoesNotFitIsLeftOut) {
   // 16 bytes take 51 characters: 196 lines are 9,996 of the 9,999. The log shows 8,000 of them.
   for (const size_t count : {3136UL, 3137UL, 3138UL, 20'000UL}) {

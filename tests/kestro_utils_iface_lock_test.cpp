@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "core/owned.hpp"
 #include "kestro_utils.h"
 #include "support/captured_stderr.hpp"
 #include "support/child.hpp"
@@ -49,10 +52,12 @@ TEST(IfaceLock, WarnsWhenNoShellCanBeRunAndOnlyThen) {
   EXPECT_THAT(stderr_of(unlock_ifaces), IsEmpty());
 }
 
-// The lock file's place is fixed, so these tests use the real one and put it back as it was.
+// The lock file's place is fixed, so these tests use the real one and put it back as it was. Meanwhile its directory is
+// locked against the same tests of another build.
 class SharedIfaceLock : public testing::Test {
  protected:
   void SetUp() override {
+    ASSERT_EQ(flock(directory_.get(), LOCK_EX), 0);
     if (std::filesystem::exists(file_)) GTEST_SKIP() << file_ << " is held by somebody else";
   }
   void TearDown() override {
@@ -60,6 +65,7 @@ class SharedIfaceLock : public testing::Test {
   }
 
  private:
+  const Descriptor directory_{open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
   const std::filesystem::path file_ = "/tmp/lockifaces";
 };
 

@@ -64,10 +64,6 @@ bool tells_location(int32_t severity) noexcept {
   return static_cast<uint32_t>(severity) > Info || severity == Error;
 }
 
-std::string_view or_null(const char* text) noexcept {
-  return text != nullptr ? text : "(null)";
-}
-
 }  // namespace
 
 const char* kestro_lsyslog_severity_to_string(int32_t severity) noexcept {
@@ -89,10 +85,10 @@ int32_t log_write(int32_t severity, const char* module, int32_t line, const char
   std::array<char, 12> number;
   Line out;
   out << "[" << timestamp.text() << "] [" << kestro_lsyslog_severity_to_string(severity) << "] ["
-      << or_null(_source.load(std::memory_order_relaxed));
+      << printable(_source.load(std::memory_order_relaxed));
   if (tells_location(severity)) {
     const auto* const end = std::to_chars(number.data(), number.data() + number.size(), line).ptr;
-    out << ": " << or_null(module) << ":" << std::string_view(number.data(), end);
+    out << ": " << printable(module) << ":" << std::string_view(number.data(), end);
   }
   out << "] " << message.data();
   out.write();

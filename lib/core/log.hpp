@@ -19,6 +19,11 @@ inline bool log_admits(int32_t severity) noexcept {
   return static_cast<uint32_t>(severity) <= static_cast<uint32_t>(_level.load(std::memory_order_relaxed));
 }
 
+// A text that may be null, as log lines show it.
+inline const char* printable(const char* text) noexcept {
+  return text != nullptr ? text : "(null)";
+}
+
 // Writes one line unless the level, compared as a signed number, suppresses it. Returns -1 when formatting
 // fails.
 int32_t log_write(int32_t severity, const char* module, int32_t line, const char* format, va_list args) noexcept;

@@ -22,11 +22,6 @@ inline int length_of(const char* text) noexcept {
   return static_cast<int>(strlen(text));
 }
 
-// A text that may be null, as log lines show it.
-inline const char* printable(const char* text) noexcept {
-  return text != nullptr ? text : "(null)";
-}
-
 inline bool is_valid_id(const json_t* id) noexcept {
   return json_is_string(id) || json_is_number(id);
 }

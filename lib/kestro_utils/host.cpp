@@ -106,7 +106,7 @@ bool kestro_check_ip_alive_no_log(const char* ip_addr, int32_t n_sec) noexcept {
 
 bool kestro_check_ip_alive(const char* ip_addr, int32_t n_sec) noexcept {
   const bool alive = kestro_check_ip_alive_no_log(ip_addr, n_sec);
-  here().log(Info, "IP %s is alive: %d\n", ip_addr != nullptr ? ip_addr : "(null)", alive);
+  here().log(Info, "IP %s is alive: %d\n", printable(ip_addr), alive);
   return alive;
 }
 

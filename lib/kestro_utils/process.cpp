@@ -26,7 +26,7 @@ void kestro_terminate_process(void) noexcept {
 }
 
 void kestro_panic(const char* msg) noexcept {
-  here().log(Error, "PANIC: %s\n", msg != nullptr ? msg : "(null)");
+  here().log(Error, "PANIC: %s\n", printable(msg));
   print_stacktrace();
   raise(SIGABRT);
 }

@@ -7,7 +7,7 @@
 
 #include "core/site.hpp"
 #include "core/status.hpp"
-#include "kestro_malloc.h"
+#include "kestro_malloc.hpp"
 #include "kestro_utils.h"
 #include "kestro_utils/command.hpp"
 
@@ -21,11 +21,6 @@ constexpr size_t max_line = 3200;
 
 bool has_text(const char* text) noexcept {
   return text != nullptr && text[0] != '\0';
-}
-
-char* copy_of(const char* text) noexcept {
-  const size_t size = strlen(text) + 1;
-  return static_cast<char*>(memcpy(omalloc(size), text, size));
 }
 
 // Replaces the process by a shell that runs the line. Comes back only when there is no such shell.
@@ -111,5 +106,5 @@ char* kestro_file_stats(const char* mntpath, const char* prefix, const char* suf
     return nullptr;
   }
   trace_listing("cmd_ret", line.data());
-  return copy_of(line.data());
+  return copy_of(line.data()).release();
 }

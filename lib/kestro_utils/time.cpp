@@ -58,7 +58,7 @@ void kestro_ept_fmt(char* output_str, size_t sz, int64_t ept, const char* fmt) n
 int64_t kestro_str_to_ept(const char* date) noexcept {
   tm local{};
   if (date == nullptr || strptime(date, date_and_time, &local) == nullptr) {
-    here().log(Error, "strptime error for %s\n", date != nullptr ? date : "(null)");
+    here().log(Error, "strptime error for %s\n", printable(date));
     return 0;
   }
   local.tm_isdst = -1;  // the zone's rules tell whether daylight saving time was in force

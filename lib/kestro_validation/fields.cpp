@@ -5,7 +5,7 @@
 #include "core/site.hpp"
 #include "core/status.hpp"
 #include "kestro_data.h"
-#include "kestro_malloc.h"
+#include "kestro_malloc.hpp"
 #include "kestro_validation.h"
 #include "kestro_validation/engines.hpp"
 
@@ -163,11 +163,6 @@ int32_t check_not_reserved(const char* name) noexcept {
 
 bool is_time_server(const char* server) noexcept {
   return validate_ip_address(server) == acceptable || validate_hostname(server) == acceptable;
-}
-
-Text copy_of(const char* text) noexcept {
-  const size_t size = strlen(text) + 1;
-  return Text(static_cast<char*>(memcpy(omalloc(size), text, size)));
 }
 
 }  // namespace
