@@ -11,6 +11,7 @@
 #include "kestro_error.h"
 #include "kestro_general.h"
 #include "kestro_jrpc.h"
+#include "kestro_jrpc_utils.h"
 #include "kestro_lsyslog.h"
 #include "kestro_malloc.h"
 #include "kestro_map.h"

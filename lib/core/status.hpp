@@ -35,11 +35,13 @@ inline constexpr int32_t invalid_conf_entry = -42;
 inline constexpr int32_t invalid_result = -43;
 inline constexpr int32_t no_request_id = -44;
 inline constexpr int32_t no_message = -46;
+inline constexpr int32_t no_such_port = -47;
 inline constexpr int32_t reserved_value = -49;
 inline constexpr int32_t no_response = -50;
 inline constexpr int32_t connect_timed_out = -51;
 inline constexpr int32_t invalid_entity = -55;
 inline constexpr int32_t unexpected_parameter = -57;
+inline constexpr int32_t not_unique = -72;
 
 }  // namespace kestro::status
 

@@ -1,5 +1,7 @@
 #include "kestro_jrpc/json.hpp"
 
+#include <cstdlib>
+
 #include "kestro_jrpc/error_codes.hpp"
 
 namespace kestro {
@@ -9,6 +11,15 @@ namespace {
 constexpr auto here = site_of("kestro_jrpc");
 
 }  // namespace
+
+Text encode_json(const json_t* value, size_t flags) noexcept {
+  const size_t length = json_dumpb(value, nullptr, 0, flags);
+  if (length == 0) return nullptr;
+  Text text(static_cast<char*>(malloc(length + 1)));
+  if (!text || json_dumpb(value, text.get(), length, flags) != length) return nullptr;
+  text.get()[length] = '\0';
+  return text;
+}
 
 Json parse_received(const char* text) noexcept {
   json_error_t error;
@@ -22,7 +33,7 @@ Json parse_received(const char* text) noexcept {
 
 bool show_received(Site site, const json_t* value) noexcept {
   if (!log_admits(Verbose)) return true;
-  const Text text(json_dumps(value, JSON_INDENT(4) | JSON_ENCODE_ANY));
+  const Text text = encode_json(value, JSON_INDENT(4) | JSON_ENCODE_ANY);
   if (!text) return false;
   site.log(Verbose, "Valid JSON received, of length %d\n", length_of(text.get()));
   site.log(Verbose, "JSON Data:\n%s\n", text.get());
