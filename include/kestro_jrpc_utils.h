@@ -4,7 +4,8 @@
  *   int32_t ports_set_vlan(json_t* params, json_t** result, json_t** err_data) {
  *     char port[16];
  *     int32_t vlan = 0;
- *     int32_t status = kestro_jrpc_utils_retrieve_input_port_id(params, err_data, "port", port, sizeof(port), 0, 0, 1, 1);
+ *     int32_t status = kestro_jrpc_utils_retrieve_input_port_id(params, err_data, "port", port, sizeof(port),
+ *                                                               0, 0, 1, 1);
  *     if (status == 0) status = kestro_jrpc_utils_retrieve_input_vlan_id(params, err_data, "vlan", &vlan);
  *     if (status != 0) return status;
  *     ...
@@ -13,10 +14,10 @@
  *
  *   - `params`, the object, borrowed and not changed. Null has no members.
  *   - `err_data`, the error-data object of the answer, {"message": "..."}, which explains a failure to whoever sent the
- *     request in at most 99 characters. `*err_data` is null until a function leaves a new object there, which belongs to
- *     the holder. The first explanation stays, unless a function says that its own replaces it; what is replaced is
- *     released. Null where no explanation is wanted. When memory runs out the explanation is missing, and an earlier one
- *     stays; the status is the same.
+ *     request in at most 99 characters. `*err_data` is null until a function leaves a new object there, which belongs
+ *     to the holder. The first explanation stays, unless a function says that its own replaces it; what is replaced is
+ *     released. Null where no explanation is wanted. When memory runs out the explanation is missing, and an earlier
+ *     one stays; the status is the same.
  *   - `param_name`, the name of the member, compared exactly.
  *   - Texts are written to a buffer of `length` bytes: they may have `length` - 1 characters.
  *
@@ -99,8 +100,8 @@ char* kestro_jrpc_utils_dumps_validate(json_t* json) KESTRO_NOEXCEPT;
 
 /*
  * A field of the domain: the member is read as a string or an integer, as its output says, and then checked. All return
- * 0, -4, -31, -34 or -35; a comment names further ones. The explanation is that of the reading; a value that was read and
- * then refused gets none, unless said otherwise.
+ * 0, -4, -31, -34 or -35; a comment names further ones. The explanation is that of the reading; a value that was read
+ * and then refused gets none, unless said otherwise.
  */
 
 /* A model of edge switch, by its name in kestro_data.h (validate_oec_model). */
@@ -159,8 +160,8 @@ int32_t kestro_jrpc_utils_retrieve_input_vlan_mode(const json_t* params, json_t*
                                                    char* out, const int32_t length) KESTRO_NOEXCEPT;
 
 /*
- * A list of at most 130 VLANs, each 1 to 4050, without repetitions. `vlan_ids` has room for 130 numbers. A member that is
- * no list counts as an empty one; an element that is no integer is refused. Never leaves an explanation.
+ * A list of at most 130 VLANs, each 1 to 4050, without repetitions. `vlan_ids` has room for 130 numbers. A member that
+ * is no list counts as an empty one; an element that is no integer is refused. Never leaves an explanation.
  *
  * Returns 0; -4; -19 for a longer list; -31 for an element that is refused (validate_vlan_id); -35; -72 for a
  * repetition. After -19, -31 and -72 `*num_of_vlans` is the size of the list; after -31 and -72 `vlan_ids` begins with
@@ -221,19 +222,19 @@ int32_t kestro_jrpc_utils_retrieve_input_oec_sw_upgrade_filename(const json_t* p
                                                                  const int32_t length) KESTRO_NOEXCEPT;
 
 /*
- * A software image of the head-end unit (validate_unit_sw_upgrade_filename, which wants a limited `length`). A name that
- * is refused leaves "Invalid filename. If you accidentally downloaded multiple copies, only the first will work." unless
- * an explanation stands already.
+ * A software image of the head-end unit (validate_unit_sw_upgrade_filename, which wants a limited `length`). A name
+ * that is refused leaves "Invalid filename. If you accidentally downloaded multiple copies, only the first will work."
+ * unless an explanation stands already.
  */
 int32_t kestro_jrpc_utils_retrieve_input_unit_sw_upgrade_filename(const json_t* params, json_t** err_data,
                                                                   const char* param_name, char* out,
                                                                   const int32_t length) KESTRO_NOEXCEPT;
 
 /*
- * A database file that was uploaded to KESTRO_UPDATE_DIR (validate_db_filename). If its name begins with dashes, the file
- * is renamed to the name without them, which is then the value; this comes first, so the new name stays even if it is
- * refused. Requests for the same file at once are not coordinated. When memory runs out the process ends, as in
- * kestro_malloc.h.
+ * A database file that was uploaded to KESTRO_UPDATE_DIR (validate_db_filename). If its name begins with dashes, the
+ * file is renamed to the name without them, which is then the value; a file of that name is replaced. The renaming
+ * comes first, so it stays even if the new name is refused. Requests for the same file at once are not coordinated.
+ * When memory runs out the process ends, as in kestro_malloc.h.
  *
  * Returns -1, too, when the file cannot be renamed.
  */

@@ -57,8 +57,8 @@ int32_t kestro_mq_socket_init(int32_t sp_type, int32_t* mq_socket) KESTRO_NOEXCE
 
 /*
  * Binds a socket to an address, or connects it. The address must be of at most KESTRO_MQ_SP_ADDR_MAX_LEN characters and
- * contain the text of the transport (KESTRO_MQ_TRANSPORT_*); nanomsg gets it as it stands. A connect succeeds before its
- * peer is there; nanomsg goes on trying.
+ * contain the text of the transport (KESTRO_MQ_TRANSPORT_*); nanomsg gets it as it stands, and itself refuses the last
+ * character of that length. A connect succeeds before its peer is there; nanomsg goes on trying.
  *
  * Return 0 and an endpoint identifier for kestro_mq_socket_shutdown; -20 for a null address or output, -34 for an
  * address or transport that is refused, -1 when nanomsg refuses. The line of a failed connect speaks of nn_bind too.
@@ -113,6 +113,8 @@ int32_t kestro_mq_socket_sendfd(int32_t mq_socket, int32_t* sendfd) KESTRO_NOEXC
 /*
  * Adds or removes a subscription of a SUB socket: it receives the messages that begin with `channel`. An empty channel
  * is the beginning of every message. Return 0, -20 for null, -1.
+ *
+ * Remove only what was added: nanomsg 1.1 crashes when a subscription is removed from a socket that has none.
  */
 int32_t kestro_mq_socket_subscribe(int32_t mq_socket, const char* channel) KESTRO_NOEXCEPT;
 int32_t kestro_mq_socket_unsubscribe(int32_t mq_socket, const char* channel) KESTRO_NOEXCEPT;

@@ -177,9 +177,10 @@ int32_t kestro_mq_socket_recv(int32_t mq_socket, char** message, int32_t* length
   if (nn_freemsg(received) < 0) {
     return here().fail(Debug, status::general_error, "nn_freemsg failed to free received message: %s\n", nn_error());
   }
-  if (!copy)
+  if (!copy) {
     return here().fail(Debug, status::general_error, "nn_recv failed for mq_socket [%d]: %s\n", mq_socket,
                        strerror(ENOMEM));
+  }
   *message = copy.release();
   *length = count;
   return status::ok;

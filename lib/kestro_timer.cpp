@@ -19,6 +19,10 @@ namespace {
 constexpr auto here = site_of("kestro_timer");
 
 timespec in_timespec(float seconds) noexcept {
+  constexpr float past_every_time = 0x1p63F;
+  constexpr timespec refused{.tv_sec = -1, .tv_nsec = 0};  // by the system, as every negative time
+  if (!(std::fabs(seconds) < past_every_time)) return refused;
+
   double whole = 0;
   const double fraction = std::modf(static_cast<double>(seconds), &whole);
   return {.tv_sec = static_cast<time_t>(whole), .tv_nsec = static_cast<long>(fraction * 1'000'000'000)};

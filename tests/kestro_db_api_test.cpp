@@ -24,6 +24,7 @@
 #include "support/database.hpp"
 #include "support/faults.hpp"
 #include "support/log.hpp"
+#include "support/sleeps.hpp"
 #include "support/temp_dir.hpp"
 
 namespace kestro::test {
@@ -527,6 +528,24 @@ TEST_F(DbTransaction, BusyCommitFailsWithoutRetryAndCanBeRepeated) {
   reading.reset();
   EXPECT_EQ(kestro_db_commit_transaction(db.get()), 0);
   EXPECT_EQ(other.number("SELECT count(*) FROM port"), 3);
+}
+
+TEST_F(DbTransaction, ReaderThatTurnsWriterMeetsAnotherWriterInVain) {
+  const Connection reader = open();
+  const Connection writer = open();
+  ASSERT_EQ(kestro_db_open_transaction(reader.get()), 0);
+  int64_t count = 0;
+  ASSERT_EQ(kestro_sqlite3_get_single_id_result(reader.get(), &count, "SELECT count(*) FROM port"), 0);
+  ASSERT_EQ(kestro_db_open_transaction(writer.get()), 0);
+  ASSERT_EQ(kestro_sqlite3_exec_sql(writer.get(), "INSERT INTO port VALUES (13, 'yard')"), 0);
+
+  {
+    const Sleeps sleeps;
+    EXPECT_EQ(kestro_sqlite3_exec_sql(reader.get(), "DELETE FROM port"), SQLITE_BUSY);
+  }
+  EXPECT_EQ(kestro_db_rollback_transaction(reader.get()), 0);
+  EXPECT_EQ(kestro_db_commit_transaction(writer.get()), 0);
+  EXPECT_EQ(kestro_sqlite3_exec_sql(reader.get(), "DELETE FROM port"), 0);
 }
 
 }  // namespace

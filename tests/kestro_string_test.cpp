@@ -120,6 +120,22 @@ TEST(StrPrintf, EveryLengthAgainstEveryBuffer) {
   }
 }
 
+TEST(StrDeathTest, FailureToAllocateEndsTheProcess) {
+  const auto init = [](const char* call) {
+    const Fault no_memory(call, ENOMEM);
+    str_init(24);
+  };
+  EXPECT_DEATH(init("calloc"), "^calloc [0-9]+ unsuccessful\n$");
+  EXPECT_DEATH(init("malloc"), "^malloc 24 unsuccessful\n$");
+  EXPECT_DEATH(
+      {
+        const Str s(str_init(4));
+        const Fault no_memory("realloc", ENOMEM);
+        str_printf(s.get(), "%s", "0123456789");
+      },
+      "^realloc 16 unsuccessful\n$");
+}
+
 TEST(StrFgets, AppendsLinesAndThenNothing) {
   const Str s(str_init(64));
   Stream stream("first\nsecond\nlast");
@@ -175,6 +191,13 @@ TEST(StrFgets, LinesOfZeroBytesEndAndDoNotGrowTheBuffer) {
   for (int line = 0; line < 3; ++line) EXPECT_EQ(str_fgets(s.get(), stream), 1);
   EXPECT_EQ(str_fgets(s.get(), stream), 0);
   EXPECT_EQ(s->bufsz, 8U);
+}
+
+TEST(StrFgets, ReadErrorIsTheEndOfInput) {
+  const Str s(str_init(16));
+  const File only_writes(fopen("/dev/null", "w"));
+  EXPECT_EQ(str_fgets(s.get(), only_writes.get()), 0);
+  EXPECT_STREQ(str_s(s.get()), "");
 }
 
 TEST(StrFgets, FailureToGrowIsReportedAndTraced) {

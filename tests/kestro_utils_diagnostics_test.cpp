@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "support/captured_stderr.hpp"
 #include "support/faults.hpp"
 #include "support/log.hpp"
+#include "support/time_zone.hpp"
 
 namespace kestro::test {
 namespace {
@@ -122,21 +122,13 @@ TEST(PrintPacket, NullIsLogged) {
               HasLog(Warning, module, "Found a null input parameter at varg index <1>\n"));
 }
 
-time_t now() {
-  timespec moment{};
-  clock_gettime(CLOCK_REALTIME, &moment);
-  return moment.tv_sec;
-}
-
 TEST(SystemLog, TellsUtcTimePlaceAndMessage) {
   const LogLevel off(0);
-  setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);
+  const TimeZone zone(new_york);
   tzset();
-  const time_t before = now();
+  const int64_t before = now();
   const auto line = stderr_of([] { kestro_utils_system_log("main.c", "start", 42, "%s %d", "value", 7); });
-  const time_t after = now();
-  unsetenv("TZ");
-  tzset();
+  const int64_t after = now();
   EXPECT_THAT(line,
               MatchesRegex("\\[[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}\\] \\[main\\.c\\] "
                            "\\[start:42\\] value 7"));

@@ -55,7 +55,7 @@ class Handler {
 TEST(Signal, HandlerBlocksNothingAndHasNoFlags) {
   struct sigaction before {};
   before.sa_handler = SIG_IGN;
-  before.sa_flags = SA_RESTART | SA_RESETHAND;
+  before.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
   sigfillset(&before.sa_mask);
   sigaction(SIGUSR2, &before, nullptr);
 
@@ -63,7 +63,8 @@ TEST(Signal, HandlerBlocksNothingAndHasNoFlags) {
   struct sigaction installed {};
   sigaction(SIGUSR2, nullptr, &installed);
   EXPECT_EQ(installed.sa_handler, note_signal);
-  EXPECT_EQ(installed.sa_flags & (SA_RESTART | SA_RESETHAND | SA_NODEFER | SA_SIGINFO | SA_ONSTACK), 0);
+  constexpr auto every_flag = static_cast<int>(SA_RESTART | SA_RESETHAND | SA_NODEFER | SA_SIGINFO | SA_ONSTACK);
+  EXPECT_EQ(installed.sa_flags & every_flag, 0);
   for (int signal = 1; signal < 32; ++signal) EXPECT_EQ(sigismember(&installed.sa_mask, signal), 0) << signal;
   raise(SIGUSR2);
   EXPECT_EQ(last_signal, SIGUSR2);

@@ -3,16 +3,14 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "kestro_utils.h"
 #include "support/captured_stderr.hpp"
 #include "support/log.hpp"
+#include "support/time_zone.hpp"
 
 namespace kestro::test {
 namespace {
@@ -23,34 +21,6 @@ using testing::MatchesRegex;
 using testing::Not;
 
 constexpr const char* module = "kestro_utils";
-
-constexpr const char* utc = "UTC0";
-constexpr const char* central_europe = "CET-1CEST,M3.5.0,M10.5.0/3";
-constexpr const char* new_york = "EST5EDT,M3.2.0,M11.1.0";
-constexpr const char* india = "IST-5:30";
-constexpr const char* new_zealand = "NZST-12NZDT,M9.5.0,M4.1.0/3";
-
-// The zone of the process while the object lives. The functions have to notice it by themselves.
-class TimeZone {
- public:
-  explicit TimeZone(const char* zone) {
-    if (const char* const current = getenv("TZ")) saved_ = current;
-    setenv("TZ", zone, 1);
-  }
-  TimeZone(const TimeZone&) = delete;
-  TimeZone& operator=(const TimeZone&) = delete;
-  ~TimeZone() {
-    if (saved_) {
-      setenv("TZ", saved_->c_str(), 1);
-    } else {
-      unsetenv("TZ");
-    }
-    tzset();
-  }
-
- private:
-  std::optional<std::string> saved_;
-};
 
 TEST(TimeSentence, SplitsSeconds) {
   const struct {
@@ -181,12 +151,6 @@ TEST(EptFmt, MomentOutsideTheCalendar) {
   const auto log = stderr_of([&] { kestro_ept_fmt(text.data(), text.size(), INT64_MAX, "%Y"); });
   EXPECT_STREQ(text.data(), "");
   EXPECT_THAT(log, HasLog(Error, module, "Error in strftime\n"));
-}
-
-int64_t now() {
-  timespec moment{};
-  clock_gettime(CLOCK_REALTIME, &moment);
-  return moment.tv_sec;
 }
 
 TEST(DateStr, IsTheLocalTimeNow) {
