@@ -403,6 +403,8 @@ int32_t kestro_jrpc_utils_retrieve_string_array(json_t* result, const char* name
  *                                                    nothing; `static_leases` is an address that has been released, not
  *                                                    to be used or freed again
  *
+ * In short: free(dhcp->static_leases) after success and after a reason that ends in "has invalid format", never otherwise.
+ *
  * Fields that were read before the failure keep their values. When memory runs out the process ends, as in
  * kestro_malloc.h.
  */

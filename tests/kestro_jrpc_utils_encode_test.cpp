@@ -53,7 +53,8 @@ std::string log_when_memory_runs_out(int nth, Encode&& encode) {
 std::vector<std::array<char, sizeof(mac_str)>> addresses(size_t count) {
   std::vector<std::array<char, sizeof(mac_str)>> list(count);
   for (size_t i = 0; i < count; ++i) {
-    snprintf(list[i].data(), list[i].size(), "00:00:00:00:%02zX:%02zX", i / 256, i % 256);
+    snprintf(list[i].data(), list[i].size(), "00:00:00:00:%02X:%02X", static_cast<uint8_t>(i / 256),
+             static_cast<uint8_t>(i));
   }
   return list;
 }
