@@ -5,8 +5,7 @@
  * with milliseconds and a tag of four letters:
  *
  *   [2021-03-04 17:05:09.042] [INFO] [router] Logging level set to debug.
- *   [2021-03-04 17:05:09.043] [DEBG] [router: kestro_mq:233] nn_bind failed for SP addr [...]: Address
- * already in use
+ *   [2021-03-04 17:05:09.043] [DEBG] [router: kestro_mq:233] nn_bind failed for SP addr [...]: Address already in use
  *
  * ERROR, DEBUG and VERBOSE lines tell module and line; CONFIG, WARNING and INFO lines do not. A line leaves
  * in a single write, so lines of threads and processes that share a descriptor do not mix. Nothing is

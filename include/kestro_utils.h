@@ -1,5 +1,12 @@
 /*
  * kestro_utils.h - identifiers, MAC addresses, shell commands, processes, time and text.
+ *
+ * Callers own every buffer they pass, and nothing is kept of it after the call unless said otherwise. A function that
+ * refuses a null argument logs which one it was at WARNING and writes nothing; where no status for null is given,
+ * pointers must be valid.
+ *
+ * Thread-safety: any thread may call, with buffers that no other thread uses meanwhile. The few functions that keep
+ * something for the whole process or the calling thread say so.
  */
 #ifndef KESTRO_UTILS_H
 #define KESTRO_UTILS_H
@@ -62,12 +69,12 @@ int32_t kestro_str_to_enum(int32_t* enum_int, const char* enum_str, const char* 
 int32_t kestro_create_port_id_str(char* string_id, int32_t string_length, int32_t oec_number,
                                   int32_t port_number) KESTRO_NOEXCEPT;
 
-/* The identifier of an edge switch, "c12", written as above. Returns 0, or -4 for a null argument. */
+/* The identifier of an edge switch, "c12", written as above; any number. Returns 0, or -4 for a null argument. */
 int32_t kestro_create_oec_id_str(char* string_id, int32_t string_length, int32_t oec_number) KESTRO_NOEXCEPT;
 
 /*
  * Reads the identifier of an edge switch or a port, of at most 8 characters. The first letter may be of
- * either case; the numbers are not checked against any range.
+ * either case. The numbers are not checked against any range, and what follows the last one is not looked at.
  *
  *   "c12"     edge switch 12, port 0
  *   "c12-4"   edge switch 12, port 4
@@ -75,9 +82,8 @@ int32_t kestro_create_oec_id_str(char* string_id, int32_t string_length, int32_t
  *   "x2"      port 2 behind the first eight of the head-end unit: 10
  *   "dports"  all ports of the head-end unit: port 0; spelled exactly so
  *
- * Returns 0, -20 for a null argument, or -4 for a text that is no identifier; a text that is too long is
- * refused without a log line. On failure both numbers are 0, except that the edge switch of "c12-0" and the
- * like is kept.
+ * Returns 0; -20 for a null argument; or -4 for a text that is no identifier, with both numbers 0, except that
+ * the edge switch of "c12-0" and the like is kept. A text that is too long is refused without a log line.
  */
 int32_t kestro_parse_oec_port_id(int32_t* oec_number, int32_t* port_number, const char* string_id) KESTRO_NOEXCEPT;
 
@@ -103,8 +109,7 @@ int32_t kestro_form_oec_name(const kestro_data_oec* oec, char* name, size_t sz) 
 /* Logs the edge switch at INFO under the heading `msg`. Returns 0, or -20 for a null argument. */
 int32_t kestro_print_oec(const kestro_data_oec* oec, const char* msg) KESTRO_NOEXCEPT;
 
-/* The functions of edge switches from here on do not check their argument: it must not be null. */
-
+/* Whether the edge switch has a number on the optical line. */
 bool kestro_oec_is_online(const kestro_data_oec* oec) KESTRO_NOEXCEPT;
 
 /*
@@ -133,8 +138,9 @@ bool kestro_esw_show_recently_online_warning(const kestro_data_oec* esw) KESTRO_
 int32_t vlan_csv_to_array(char* s, int32_t* vids, int16_t* n_vids) KESTRO_NOEXCEPT;
 
 /*
- * The numbers joined by commas, as a new text that the caller releases with str_free; null when a number
- * could not be appended. When memory runs out the process ends, as in kestro_malloc.h.
+ * The numbers joined by commas, as a new text that the caller releases with str_free; empty for no numbers, null
+ * when a number could not be appended. The VLANs of one port have room from the start; a longer list makes the text
+ * grow as str_printf does. When memory runs out the process ends, as in kestro_malloc.h.
  */
 str_t* vlan_array_to_csv(const int32_t* vids, int32_t n_vids) KESTRO_NOEXCEPT;
 
@@ -148,7 +154,7 @@ bool int32_in_array(int32_t val, const int32_t* a, size_t a_sz) KESTRO_NOEXCEPT;
 int32_t kestro_to_lower(char* str, int32_t length) KESTRO_NOEXCEPT;
 int32_t kestro_to_upper(char* str, int32_t length) KESTRO_NOEXCEPT;
 
-/* As kestro_to_upper, for a whole text, which must not be null. */
+/* As kestro_to_upper, for a whole text. */
 void kestro_str_to_upper(char* s) KESTRO_NOEXCEPT;
 
 /*
@@ -179,21 +185,22 @@ int32_t kestro_str_to_mac_address(char* mac_address_str, uint8_t* mac_address) K
 
 /*
  * Reads six hexadecimal numbers of either case, delimited by ":", into six bytes. Looser than the above: leading
- * zeros may be missing, and what follows the sixth number is not looked at.
+ * zeros may be missing, blanks may stand before a number, one beyond FF is cut to its last two digits, and what
+ * follows the sixth is not looked at.
  *
  * Returns 0; or with the bytes untouched, -20 for a null argument and -4 for any other text.
  */
 int32_t kestro_mac_address_to_char_array(const char* mac, uint8_t* a) KESTRO_NOEXCEPT;
 
-/* Writes six bytes as a text in the normal form, of 18 bytes. Arguments must not be null. */
+/* Writes six bytes as a text in the normal form, of 18 bytes. */
 void kestro_bytes_to_mac_address_string(char* mac_addr, const uint8_t* bytes) KESTRO_NOEXCEPT;
 
 /* The last four of six bytes as one number, the first of them the most significant. Returns 0. */
 int32_t kestro_mac_last_4_bytes_to_uint32_t(const uint8_t* mac_bytes, uint32_t* num) KESTRO_NOEXCEPT;
 
 /*
- * Begins to fill `pmacs`, which is taken as empty, with room for 8 MAC addresses. The caller frees pmacs->macs; the
- * vector itself needs no release.
+ * Begins to fill `pmacs`, which is taken as empty, with room for 8 MAC addresses. The vector points at `pmacs` from then
+ * on and needs no release itself; the caller frees pmacs->macs.
  *
  * Returns 0, or -20 for a null argument. When memory runs out, calls kestro_terminate_process and, if that comes
  * back, returns -22 with the list empty.
@@ -202,10 +209,11 @@ int32_t kestro_mac_vector_init(struct kestro_mac_vector* mvec, struct port_macs*
 
 /*
  * Appends a MAC address, doubling the room when it is used up. With MAC_STR `mac` is a text, which is copied as it is
- * and should have at most 19 characters; with MAC_BYTES it is six bytes.
+ * and should have at most 19 characters; with MAC_BYTES it is six bytes. It must not stand in the list itself, which
+ * moves when it grows.
  *
- * Returns 0; or with the list as it was, -20 for a null argument and -4 for another type. When memory runs out, calls
- * kestro_terminate_process and, if that comes back, returns -1.
+ * Returns 0; or with the entries as they were, -20 for a null argument and -4 for another type (the room may have grown
+ * all the same). When memory runs out, calls kestro_terminate_process and, if that comes back, returns -1.
  */
 int32_t kestro_mac_vector_push(struct kestro_mac_vector* mvec, const void* mac, int32_t type) KESTRO_NOEXCEPT;
 
@@ -225,9 +233,8 @@ int32_t kestro_get_num_macs_to_list(int32_t num_macs) KESTRO_NOEXCEPT;
  * The MAC address of a network interface, in upper case, into `mac` of 18 bytes. The name stands in a command line
  * as it is, so it must come from a trusted place.
  *
- * Returns 0; or with `mac` untouched, -20 for a null argument and -1, with an ERROR line, when the name is too
- * long or the address cannot be read. When no command can be started, calls kestro_panic and, if that comes back,
- * returns -1.
+ * Returns 0; -20 for a null argument; or with `mac` empty, -1, after an ERROR line, when the name is too long or the
+ * address cannot be read. When no command can be started, calls kestro_panic and, if that comes back, returns -1.
  */
 int32_t get_nc_mac_addr(const char* iface, char* mac) KESTRO_NOEXCEPT;
 
@@ -367,11 +374,7 @@ void kestro_user_validate_listen_socket(int32_t* server_sock_fd, int32_t* accept
  */
 void kestro_user_validate_write_socket(int32_t* accepted_sock_fd, char* msg) KESTRO_NOEXCEPT;
 
-/*
- * ---- Time and text ----
- *
- * Pointers must be valid where no status for a null one is given.
- */
+/* ---- Time and text ---- */
 
 /*
  * Writes a duration as "%d days %02d:%02d:%02d"; it is "1 days", too. `time` has room for 32 bytes. Returns 0, or -4

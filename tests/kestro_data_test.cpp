@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "cli_mw_port_struct.h"
@@ -16,17 +17,50 @@ namespace {
 using testing::ElementsAreArray;
 using testing::MatchesRegex;
 
-// Counts, and that no value left its place.
-static_assert(KESTRO_DATA_PORT_STATUS_TROUBLED == 2 && KESTRO_DATA_PORT_STATUS_MAX_ENUM_VAL == 3);
-static_assert(KESTRO_DATA_OEC_STATUS_FAILED == 2 && KESTRO_DATA_OEC_STATUS_MAX_ENUM_VAL == 3);
-static_assert(KESTRO_DATA_PORT_POE_STATUS_UNSUPPORTED == 4 && KESTRO_DATA_PORT_POE_STATUS_MAX_ENUM_VAL == 5);
-static_assert(KESTRO_DATA_PORT_LINK_STATUS_OEC_OFFLINE == 3 && KESTRO_DATA_PORT_LINK_STATUS_MAX_ENUM_VAL == 4);
-static_assert(KESTRO_DATA_PORT_LINK_SPEED_10G == 7 && KESTRO_DATA_PORT_LINK_SPEED_MAX_ENUM_VAL == 8);
-static_assert(KESTRO_DATA_PORT_VLAN_MODE_SFP == 6 && KESTRO_DATA_PORT_VLAN_MODE_MAX_ENUM_VAL == 7);
-static_assert(KESTRO_DATA_SECURE_CLEAR == 3 && KESTRO_DATA_SECURE_MAX_VALUE == 4);
-static_assert(KESTRO_DATA_MAC_TYPE_OTHER == 4 && KESTRO_DATA_MAC_TYPE_MAX_ENUM_VAL == 5);
-static_assert(KESTRO_DATA_OEC_MODEL_GENERIC == 7 && KESTRO_DATA_OEC_MODEL_MAX_ENUM_VAL == 20);
-static_assert(MAC_STR == 0 && MAC_BYTES == 1);
+// Whether the enumerators count from 0 in this order: the numbers stand in requests and in databases.
+template <auto... Values>
+constexpr bool counts_from_zero() {
+  int next = 0;
+  return ((static_cast<int>(Values) == next++) && ...);
+}
+
+static_assert(counts_from_zero<KESTRO_DATA_PORT_STATUS_DISABLED, KESTRO_DATA_PORT_STATUS_ENABLED,
+                               KESTRO_DATA_PORT_STATUS_TROUBLED, KESTRO_DATA_PORT_STATUS_MAX_ENUM_VAL>());
+static_assert(counts_from_zero<KESTRO_DATA_OEC_STATUS_DISABLED, KESTRO_DATA_OEC_STATUS_ENABLED,
+                               KESTRO_DATA_OEC_STATUS_FAILED, KESTRO_DATA_OEC_STATUS_MAX_ENUM_VAL>());
+static_assert(counts_from_zero<KESTRO_DATA_PORT_POE_STATUS_UNKNOWN, KESTRO_DATA_PORT_POE_STATUS_DISABLED,
+                               KESTRO_DATA_PORT_POE_STATUS_ENABLED, KESTRO_DATA_PORT_POE_STATUS_OEC_OFFLINE,
+                               KESTRO_DATA_PORT_POE_STATUS_UNSUPPORTED, KESTRO_DATA_PORT_POE_STATUS_MAX_ENUM_VAL>());
+static_assert(counts_from_zero<KESTRO_DATA_PORT_LINK_STATUS_UNKNOWN, KESTRO_DATA_PORT_LINK_STATUS_DOWN,
+                               KESTRO_DATA_PORT_LINK_STATUS_UP, KESTRO_DATA_PORT_LINK_STATUS_OEC_OFFLINE,
+                               KESTRO_DATA_PORT_LINK_STATUS_MAX_ENUM_VAL>());
+static_assert(
+    counts_from_zero<KESTRO_DATA_PORT_LINK_SPEED_UNKNOWN, KESTRO_DATA_PORT_LINK_SPEED_OFFLINE,
+                     KESTRO_DATA_PORT_LINK_SPEED_DOWN, KESTRO_DATA_PORT_LINK_SPEED_NOT_SUPPORTED,
+                     KESTRO_DATA_PORT_LINK_SPEED_10M, KESTRO_DATA_PORT_LINK_SPEED_100M, KESTRO_DATA_PORT_LINK_SPEED_1G,
+                     KESTRO_DATA_PORT_LINK_SPEED_10G, KESTRO_DATA_PORT_LINK_SPEED_MAX_ENUM_VAL>());
+static_assert(counts_from_zero<KESTRO_DATA_PORT_VLAN_MODE_UNKNOWN, KESTRO_DATA_PORT_VLAN_MODE_LOCAL,
+                               KESTRO_DATA_PORT_VLAN_MODE_ACCESS, KESTRO_DATA_PORT_VLAN_MODE_TRUNK,
+                               KESTRO_DATA_PORT_VLAN_MODE_TRANSPARENT, KESTRO_DATA_PORT_VLAN_MODE_DISCOVERY,
+                               KESTRO_DATA_PORT_VLAN_MODE_SFP, KESTRO_DATA_PORT_VLAN_MODE_MAX_ENUM_VAL>());
+static_assert(counts_from_zero<KESTRO_DATA_SECURE_CURRENT, KESTRO_DATA_SECURE_ENABLE, KESTRO_DATA_SECURE_DISABLE,
+                               KESTRO_DATA_SECURE_CLEAR, KESTRO_DATA_SECURE_MAX_VALUE>());
+static_assert(
+    counts_from_zero<KESTRO_DATA_MAC_TYPE_KESTRO, KESTRO_DATA_MAC_TYPE_ENGENIUS, KESTRO_DATA_MAC_TYPE_LANTECH,
+                     KESTRO_DATA_MAC_TYPE_ADVANTECH, KESTRO_DATA_MAC_TYPE_OTHER, KESTRO_DATA_MAC_TYPE_MAX_ENUM_VAL>());
+static_assert(
+    counts_from_zero<
+        KESTRO_DATA_OEC_MODEL_UNKNOWN, KESTRO_DATA_OEC_MODEL_VTR_E10, KESTRO_DATA_OEC_MODEL_VTR_E20P,
+        KESTRO_DATA_OEC_MODEL_VTR_E20I, KESTRO_DATA_OEC_MODEL_VTR_E200, KESTRO_DATA_OEC_MODEL_VTR_E30P,
+        KESTRO_DATA_OEC_MODEL_VTR_E63P, KESTRO_DATA_OEC_MODEL_GENERIC, KESTRO_DATA_OEC_MODEL_VTR_E53P,
+        KESTRO_DATA_OEC_MODEL_VTR_E3301PI, KESTRO_DATA_OEC_MODEL_VTR_E73P, KESTRO_DATA_OEC_MODEL_VTR_E2301I,
+        KESTRO_DATA_OEC_MODEL_VTR_E3310P, KESTRO_DATA_OEC_MODEL_VTR_E2301I_5, KESTRO_DATA_OEC_MODEL_EKI_7706G,
+        KESTRO_DATA_OEC_MODEL_IPES_3408GSFP, KESTRO_DATA_OEC_MODEL_IPES_3416DSFP, KESTRO_DATA_OEC_MODEL_VTR_R6640XP,
+        KESTRO_DATA_OEC_MODEL_VTR_D3340GP, KESTRO_DATA_OEC_MODEL_VTR_R6620GT, KESTRO_DATA_OEC_MODEL_MAX_ENUM_VAL>());
+static_assert(counts_from_zero<MAC_STR, MAC_BYTES>());
+static_assert(std::is_same_v<kestro_data_port_poe_status, enum poe_status>);
+static_assert(std::is_same_v<kestro_data_port_vlan_mode, enum kestro_vlan_mode>);
+static_assert(KESTRO_DATA_OEC_NUMBER_HEAD_END == 10001 && KESTRO_DATA_MAX_VLANS_PER_PORT == 130);
 
 // Slots: one more than there are values, for the null pointer, except where nothing ends the table.
 static_assert(std::size(kestro_data_port_status_enum_str) == 4);
@@ -50,6 +84,13 @@ static_assert(std::size(kestro_data_oec_max_acl_total) == 20);
 static_assert(std::size(kestro_data_oec_needs_stp_acl_input) == 20);
 static_assert(std::size(kestro_data_expected_router_port_for_model) == 20);
 static_assert(std::size(kestro_data_model_to_mac_ranges_mapping_tbl) == 5);
+static_assert(std::is_same_v<decltype(kestro_data_oec_model_generic_support), const int32_t[20]>);
+static_assert(std::is_same_v<decltype(kestro_data_oec_supports_mac_limiting), const int32_t[20]>);
+static_assert(std::is_same_v<decltype(kestro_data_oec_num_of_ports), const int32_t[20]>);
+static_assert(std::is_same_v<decltype(kestro_data_oec_max_acl_per_port), const int32_t[20]>);
+static_assert(std::is_same_v<decltype(kestro_data_oec_max_acl_total), const int32_t[20]>);
+static_assert(std::is_same_v<decltype(kestro_data_oec_needs_stp_acl_input), const bool[20]>);
+static_assert(std::is_same_v<decltype(kestro_data_expected_router_port_for_model), const int32_t[20]>);
 
 // Records: sizes of texts and order of fields.
 template <size_t... Offsets>
@@ -65,12 +106,27 @@ constexpr bool ascending() {
   return result;
 }
 
+template <class Record, class Type>
+Type type_of(Type Record::*);
+
+// Whether all of these fields are of the type.
+template <class Type, auto... Fields>
+constexpr bool have_type() {
+  return (std::is_same_v<decltype(type_of(Fields)), Type> && ...);
+}
+
 static_assert(sizeof(mac_str) == 20 && sizeof(ip_str) == 16 && sizeof(error) == 512);
 static_assert(sizeof(kestro_data_oec::mac_address) == 20 && sizeof(kestro_data_oec::switch_mac_address) == 20);
 static_assert(sizeof(kestro_data_oec::description) == 51 && sizeof(kestro_data_oec::hw_version) == 32);
 static_assert(sizeof(kestro_data_oec::sw_version) == 32 && sizeof(kestro_data_oec::ip_addr) == 16);
 static_assert(sizeof(kestro_data_oec::alias) == 9 && sizeof(kestro_data_oec::esw_sw_version) == 32);
-static_assert(sizeof(kestro_data_oec::last_olt) == 1 && sizeof(kestro_data_oec::cfg_pending) == 1);
+static_assert(have_type<int32_t, &kestro_data_oec::oec_id, &kestro_data_oec::onu_id, &kestro_data_oec::olt_id,
+                        &kestro_data_oec::rtt>());
+static_assert(have_type<int8_t, &kestro_data_oec::last_olt, &kestro_data_oec::cfg_pending>());
+static_assert(have_type<int64_t, &kestro_data_oec::last_saved, &kestro_data_oec::last_checked,
+                        &kestro_data_oec::last_seen, &kestro_data_oec::offline_online_transition_time>());
+static_assert(have_type<kestro_data_oec_model_name, &kestro_data_oec::model>());
+static_assert(have_type<kestro_data_oec_status, &kestro_data_oec::oec_status, &router_cfg::rtr_status>());
 static_assert(
     ascending<offsetof(kestro_data_oec, oec_id), offsetof(kestro_data_oec, model),
               offsetof(kestro_data_oec, oec_status), offsetof(kestro_data_oec, mac_address),
@@ -108,6 +164,8 @@ static_assert(offsetof(address_pool, address_range) == 51 && offsetof(address_po
 static_assert(sizeof(address_pool::dhcp_range) == 51);
 static_assert(ascending<offsetof(address_pool, service_name), offsetof(address_pool, static_leases),
                         offsetof(address_pool, n_leases)>());
+static_assert(have_type<mac_str*, &port_macs::macs>() && have_type<size_t, &kestro_mac_vector::size>());
+static_assert(have_type<int32_t, &port_macs::n_macs, &address_pool::n_leases>());
 static_assert(offsetof(port_macs, macs) == 0 && offsetof(port_macs, n_macs) == sizeof(void*));
 static_assert(offsetof(kestro_mac_vector, pmacs) == 0 && offsetof(kestro_mac_vector, size) == sizeof(void*));
 
@@ -124,6 +182,9 @@ static_assert(
 
 static_assert(sizeof(cli_mw_vlan_struct::port) == 2000 && sizeof(cli_mw_vlan_struct::oec) == 2000);
 static_assert(sizeof(cli_mw_vlan_struct::description) == 51);
+static_assert(have_type<int16_t, &cli_mw_vlan_struct::vlan_id, &cli_mw_vlan_struct::num_ports>());
+static_assert(std::is_same_v<decltype(cli_mw_vlan_struct::port), int16_t[1000]>);
+static_assert(std::is_same_v<decltype(cli_mw_vlan_struct::oec), int16_t[1000]>);
 static_assert(ascending<offsetof(cli_mw_vlan_struct, vlan_id), offsetof(cli_mw_vlan_struct, description),
                         offsetof(cli_mw_vlan_struct, port), offsetof(cli_mw_vlan_struct, oec),
                         offsetof(cli_mw_vlan_struct, num_ports)>());

@@ -66,7 +66,7 @@ class VlanIds : public testing::Test {
 };
 
 TEST_F(VlanIds, UpTo130AreTaken) {
-  for (const size_t size : {0, 1, 2, 129, 130}) {
+  for (const size_t size : {0U, 1U, 2U, 129U, 130U}) {
     SCOPED_TRACE(size);
     const auto outcome = retrieve(numbers(size));
     EXPECT_EQ(outcome.status, 0);
@@ -77,7 +77,7 @@ TEST_F(VlanIds, UpTo130AreTaken) {
 }
 
 TEST_F(VlanIds, MoreThan130AreRefusedAtOnce) {
-  for (const size_t size : {131, 132, 1000}) {
+  for (const size_t size : {131U, 132U, 1000U}) {
     SCOPED_TRACE(size);
     const auto outcome = retrieve(numbers(size));
     EXPECT_EQ(outcome.status, -19);

@@ -331,16 +331,16 @@ TEST(LsyslogLog, EveryLineIsOneWrite) {
   EXPECT_TRUE(is_line(writes[3], "[DEBG] [unknown: module:4] "));
 }
 
-constexpr int writers = 3;
-constexpr int threads_of_a_writer = 3;
+constexpr size_t writers = 3;
+constexpr size_t threads_of_a_writer = 3;
 constexpr int lines_of_a_thread = 50;
 
 // One process: several threads that each write long lines of a letter of their own.
 [[noreturn]] void write_lines(int fd, char letter) {
   dup2(fd, STDERR_FILENO);
-  std::vector<std::thread> threads;
-  for (int i = 0; i < threads_of_a_writer; ++i) {
-    threads.emplace_back([text = std::string(7999, static_cast<char>(letter + i))] {
+  std::array<std::thread, threads_of_a_writer> threads;
+  for (auto& thread : threads) {
+    thread = std::thread([text = std::string(7999, letter++)] {
       for (int n = 0; n < lines_of_a_thread; ++n) kestro_lsyslog_log(Error, "module", 1, "%s\n", text.c_str());
     });
   }
@@ -352,12 +352,12 @@ TEST(LsyslogLog, LinesOfThreadsAndProcessesOnOneFileDoNotMix) {
   const TempDir dir;
   const Descriptor file(open(dir.file("log").c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600));
   ASSERT_GE(file.get(), 0);
-  for (int i = 0; i < writers; ++i) {
+  for (size_t i = 0; i < writers; ++i) {
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) write_lines(file.get(), static_cast<char>('a' + i * threads_of_a_writer));
   }
-  for (int i = 0; i < writers; ++i) {
+  for (size_t i = 0; i < writers; ++i) {
     int status = -1;
     ASSERT_GT(wait(&status), 0);
     EXPECT_EQ(status, 0);

@@ -182,10 +182,10 @@ TEST(MqArguments, NullIsRefusedAndTold) {
       {"unsubscribe", [&] { return kestro_mq_socket_unsubscribe(s, nullptr); }},
       {"get_timeout", [&] { return kestro_mq_socket_get_timeout(s, nullptr); }},
   };
-  for (const auto& [name, call] : calls) {
-    const auto log = stderr_of([&] { EXPECT_EQ(call(), -20) << name; });
-    EXPECT_EQ(count_log_lines(log, Debug, module, "NULL pointer!\n"), 1) << name;
-    EXPECT_THAT(log, Not(HasSubstr("failed"))) << name;
+  for (const auto& row : calls) {
+    const auto log = stderr_of([&] { EXPECT_EQ(row.call(), -20) << row.name; });
+    EXPECT_EQ(count_log_lines(log, Debug, module, "NULL pointer!\n"), 1) << row.name;
+    EXPECT_THAT(log, Not(HasSubstr("failed"))) << row.name;
   }
   EXPECT_EQ(eid, untouched);
   EXPECT_EQ(length, untouched);
@@ -612,8 +612,8 @@ TEST(MqTimeout, IsWaitForEverUntilSet) {
   }
 }
 
-// What the subscriber gets of these messages. A publisher drops what it cannot hand on at once: each message is followed
-// by marks until one has arrived, and comes again with a mark of its own in case that it was dropped.
+// What the subscriber gets of these messages. A publisher drops what it cannot hand on at once: each message is
+// followed by marks until one has arrived, and comes again with a mark of its own in case that it was dropped.
 class Reception {
  public:
   explicit Reception(const BusPair& bus) : bus_(bus) {}

@@ -145,10 +145,10 @@ TEST(SocketArguments, NullIsRefusedAndTold) {
       {"send message", [&] { return kestro_socket_send(&other, nullptr); }, -1, "kestro_socket_send"},
       {"close", [] { return kestro_socket_close(nullptr); }, -1, "kestro_socket_close"},
   };
-  for (const auto& [name, call, result, told_as] : calls) {
-    const auto log = stderr_of([&] { EXPECT_EQ(call(), result) << name; });
-    EXPECT_EQ(count_log_lines(log, Debug, module, "["s + told_as + "]: Null Pointer!\n"), 1) << name << log;
-    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << name << log;
+  for (const auto& row : calls) {
+    const auto log = stderr_of([&] { EXPECT_EQ(row.call(), row.result) << row.name; });
+    EXPECT_EQ(count_log_lines(log, Debug, module, "["s + row.told_as + "]: Null Pointer!\n"), 1) << row.name << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << row.name << log;
   }
   EXPECT_EQ(fd, untouched);
   EXPECT_STREQ(message, "old");

@@ -152,7 +152,7 @@ TEST(StrFgets, AppendsLinesAndThenNothing) {
 
 TEST(StrFgets, ReadsALineOfAnyLengthWhole) {
   const std::string line = std::string(1000, 'x') + "\n";
-  for (size_t size : {1, 2, 3, 500, 1000, 1001, 1002}) {
+  for (const size_t size : {1U, 2U, 3U, 500U, 1000U, 1001U, 1002U}) {
     const Str s(str_init(size));
     Stream stream(line + "next\n");
     EXPECT_EQ(str_fgets(s.get(), stream), 1) << size;

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstring>
 #include <memory>
 #include <numeric>
 #include <string>
@@ -214,6 +215,13 @@ TEST(VlanCsvToArray, CutsTheTextInPlace) {
   int16_t count = 0;
   vlan_csv_to_array(csv.data(), vids, &count);
   EXPECT_STREQ(csv.data(), "10");
+}
+
+TEST(VlanCsvToArray, LeavesTheTokenizerOfTheCallerAlone) {
+  char words[] = "one two";
+  EXPECT_STREQ(strtok(words, " "), "one");
+  EXPECT_THAT(read_vlans("10,20"), ElementsAre(10, 20));
+  EXPECT_STREQ(strtok(nullptr, " "), "two");
 }
 
 TEST(VlanCsvToArray, RefusesNullCount) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstring>
 #include <optional>
 #include <random>
 #include <string>
@@ -239,6 +240,13 @@ TEST_F(Quiet, DateAndTimeAreJudgedInThatOrder) {
   EXPECT_EQ(validate_date_time("2021-1-1", "24:00"), no_match);
   EXPECT_EQ(validate_date_time("1999-1-1", "00:00"), no_match);
   EXPECT_EQ(validate_date_time("", ""), no_match);
+}
+
+TEST_F(Quiet, TimeServersLeaveTheTokenizerOfTheCallerAlone) {
+  char words[] = "one two";
+  EXPECT_STREQ(strtok(words, " "), "one");
+  EXPECT_EQ(validate_preferred_time_servers("10.0.0.1 timeserver"), acceptable);
+  EXPECT_STREQ(strtok(nullptr, " "), "two");
 }
 
 // ---- Lengths

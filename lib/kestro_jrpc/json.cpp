@@ -1,6 +1,9 @@
 #include "kestro_jrpc/json.hpp"
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
+#include <utility>
 
 #include "kestro_jrpc/error_codes.hpp"
 
@@ -10,15 +13,46 @@ namespace {
 
 constexpr auto here = site_of("kestro_jrpc");
 
+// A text that grows while it is written. It remembers that it could not: the writer does not always look, and a text
+// without a member's name must not leave.
+class Encoding {
+ public:
+  static int take(const char* piece, size_t length, void* self) noexcept {
+    return static_cast<Encoding*>(self)->append(piece, length) ? 0 : -1;
+  }
+  Text finish() noexcept { return append("", 1) ? std::move(text_) : nullptr; }
+
+ private:
+  bool append(const char* piece, size_t length) noexcept {
+    if (failed_ || !make_room(length)) return false;
+    memcpy(text_.get() + used_, piece, length);
+    used_ += length;
+    return true;
+  }
+  bool make_room(size_t length) noexcept {
+    if (length <= size_ - used_) return true;
+    const size_t wanted = std::max({size_ * 2, used_ + length, size_t{256}});
+    auto* const grown = static_cast<char*>(realloc(text_.get(), wanted));
+    failed_ = grown == nullptr;
+    if (failed_) return false;
+    static_cast<void>(text_.release());
+    text_.reset(grown);
+    size_ = wanted;
+    return true;
+  }
+
+  Text text_;
+  size_t used_ = 0;
+  size_t size_ = 0;
+  bool failed_ = false;
+};
+
 }  // namespace
 
 Text encode_json(const json_t* value, size_t flags) noexcept {
-  const size_t length = json_dumpb(value, nullptr, 0, flags);
-  if (length == 0) return nullptr;
-  Text text(static_cast<char*>(malloc(length + 1)));
-  if (!text || json_dumpb(value, text.get(), length, flags) != length) return nullptr;
-  text.get()[length] = '\0';
-  return text;
+  Encoding encoding;
+  if (json_dump_callback(value, Encoding::take, &encoding, flags) != 0) return nullptr;
+  return encoding.finish();
 }
 
 Json parse_received(const char* text) noexcept {

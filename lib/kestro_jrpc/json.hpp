@@ -15,8 +15,7 @@ inline Json parse_json(const char* text, json_error_t* error) noexcept {
   return Json(json_loads(text, JSON_REJECT_DUPLICATES | JSON_DISABLE_EOF_CHECK | JSON_DECODE_ANY, error));
 }
 
-// The text of a value, or null. Not by json_dumps: where memory runs out half way, that may leave out the name of a
-// member and succeed; and its text belongs to the allocator that the daemon gave to the JSON library.
+// The text of a value; null when memory runs out or the value is none that a text can hold.
 Text encode_json(const json_t* value, size_t flags = JSON_COMPACT | JSON_ENSURE_ASCII) noexcept;
 
 inline int length_of(const char* text) noexcept {

@@ -15,7 +15,7 @@ constexpr const char* process_msg = "kestro_jrpc_router_process_msg";
 // The client's id as the log shows it: a string by its text, a number in decimal.
 void show_id(const json_t* id) noexcept {
   if (!log_admits(Verbose)) return;
-  const Text number(json_is_string(id) ? nullptr : json_dumps(id, JSON_ENCODE_ANY));
+  const Text number = json_is_string(id) ? nullptr : encode_json(id, JSON_ENCODE_ANY);
   here().log(Verbose, "JSON ID: %s\n", json_is_string(id) ? json_string_value(id) : printable(number.get()));
 }
 

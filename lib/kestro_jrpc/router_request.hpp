@@ -28,6 +28,7 @@ bool router_check_id(const char* function, const json_t* request) noexcept;
 // Replaces "id" by the channel on which the router awaits the answer, and encodes the request.
 bool router_replace_id(const char* function, json_t* request) noexcept;
 Text router_encode(const char* function, const json_t* request) noexcept;
+// Shows a request at VERBOSE; false, at that level, for one that cannot be encoded.
 bool router_show(const char* function, const json_t* request) noexcept;
 
 }  // namespace kestro

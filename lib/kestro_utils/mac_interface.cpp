@@ -15,6 +15,7 @@ constexpr size_t text_length = 17;
 
 int32_t get_nc_mac_addr(const char* iface, char* mac) noexcept {
   if (kestro_check_for_null(2, iface, mac) != status::ok) return status::null_argument;
+  mac[0] = '\0';
   CommandLine<128> command;
   if (!command.append("cat /sys/class/net/%s/address", iface).fits()) return status::general_error;
   const Pipe output = command.run();

@@ -2,12 +2,12 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "core/status.hpp"
 #include "kestro_data.h"
 #include "kestro_utils.h"
+#include "kestro_utils/text_input.hpp"
 #include "kestro_utils/text_output.hpp"
 
 using namespace kestro;
@@ -89,7 +89,7 @@ int32_t kestro_tokenize_ip_address(uint8_t* container, const char* ip_address, i
   char* rest = nullptr;
   const char* part = strtok_r(copy.data(), ".", &rest);
   for (int32_t i = 0; i < address_bytes && part != nullptr; ++i) {
-    container[i] = static_cast<uint8_t>(strtol(part, nullptr, 10));
+    container[i] = static_cast<uint8_t>(leading_number(part));
     part = strtok_r(nullptr, ".", &rest);
   }
   return status::ok;
