@@ -10,8 +10,8 @@
 //   ->  {"oec_id": "c12", "vlans": {"c12-1": [10, 20]}, "allowed": ["02:00:00:00:00:01"], "leases": ["10.0.0.2"]}
 //
 // Each member is read by the function that knows its form. The first one that fails ends the handler with its status,
-// from which "code" and "message" of the error object follow. "data" is what stands in `*err_data` by then: most functions
-// leave an explanation themselves, and a handler adds its own where they do not.
+// from which "code" and "message" of the error object follow. "data" is what stands in `*err_data` by then: most
+// functions leave an explanation themselves, and a handler adds its own where they do not.
 
 #include "handler.hpp"
 
@@ -83,8 +83,8 @@ int32_t read_filters(const json_t* params, json_t** err_data, Request& request) 
   return status;
 }
 
-// The DHCP reader explains itself in a record of its own. The leases are ours after success, and also after a value in a
-// wrong format; after any other failure their address is not to be touched.
+// The DHCP reader explains itself in a record of its own. The leases are ours after success, and also after a value in
+// a wrong format; after any other failure their address is not to be touched.
 int32_t read_dhcp(const json_t* params, json_t** err_data, Request& request) {
   error why{};
   const int32_t status = kestro_jrpc_utils_parse_service_dhcp(json_object_get(params, "dhcp"), &request.dhcp, &why);

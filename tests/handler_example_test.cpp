@@ -1,5 +1,5 @@
-// examples/handler.cpp through the evaluation of requests: how what it reads becomes the answer, and how "data" in an error
-// object comes about.
+// examples/handler.cpp through the evaluation of requests: how what it reads becomes the answer, and how "data" in an
+// error object comes about.
 #include "handler.hpp"
 
 #include <gmock/gmock.h>
@@ -19,7 +19,8 @@ namespace {
 
 constexpr const char* good_params =
     R"({"oec_id":"c12","ports":[)"
-    R"({"port_number":1,"port_status":1,"poe_status":0,"link_status":0,"link_speed":0,"vlan_mode":3,"vlan_ids":[10,20]},)"
+    R"({"port_number":1,"port_status":1,"poe_status":0,"link_status":0,"link_speed":0,"vlan_mode":3,)"
+    R"("vlan_ids":[10,20]},)"
     R"({"port_number":2,"port_status":0,"poe_status":0,"link_status":0,"link_speed":0,"vlan_mode":2,"vlan_ids":[]}],)"
     R"("secure_port":1,"mac_filters":[{"mac":"02-00-00-00-00-0a","mask":"FF:FF:FF:FF:FF:FF"}],)"
     R"("dhcp":{"service_name":"lobby","address_range":"10.0.0.0/24","dhcp_range":"10.0.0.10-10.0.0.20",)"
@@ -84,7 +85,8 @@ const Case cases[] = {
      R"([{"port_number":1,"port_status":1,"poe_status":0,"link_status":0,"link_speed":0,"vlan_ids":[]}])",
      missing("vlan_mode")},
     {"PortWithARepeatedVlan", "ports",
-     R"([{"port_number":1,"port_status":1,"poe_status":0,"link_status":0,"link_speed":0,"vlan_mode":1,"vlan_ids":[1,1]}])",
+     R"([{"port_number":1,"port_status":1,"poe_status":0,"link_status":0,"link_speed":0,"vlan_mode":1,)"
+     R"("vlan_ids":[1,1]}])",
      ""},
     {"NoSecurePort", "secure_port", nullptr, missing("secure_port")},
     {"SecurePortOutOfRange", "secure_port", "65", ""},

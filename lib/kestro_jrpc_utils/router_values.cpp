@@ -13,7 +13,8 @@ using namespace kestro::jrpc_utils;
 
 namespace {
 
-// Half an identity is worse than none, and whoever stored a longer one has broken the store: nothing goes on from there.
+// Half an identity is worse than none, and whoever stored a longer one has broken the store: nothing goes on from
+// there.
 void copy_whole(const char* name, const char* text, std::span<char> out) noexcept {
   const size_t length = strlen(text);
   if (length >= out.size()) {

@@ -1,5 +1,5 @@
-// What a client on the bus is told about the parameters of its request: real sockets, a service on a thread of its own, and
-// one method per way to read a member, each of which reads "value" and answers with what it got.
+// What a client on the bus is told about the parameters of its request: real sockets, a service on a thread of its own,
+// and one method per way to read a member, each of which reads "value" and answers with what it got.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -202,7 +202,8 @@ const Method methods[] = {
     {"ports.AnyPort", port_id_method<0, 1, 1>, "string", R"("d3")", R"("d3")", text_length},
     {"ports.PortOrSwitch", port_id_method<1, 1, 1>, "string", R"("c3")", R"("c3")", text_length},
     {"ports.Ports", ports_method, "array",
-     R"([{"port_number":1,"port_status":1,"poe_status":1,"link_status":1,"link_speed":1,"vlan_mode":1,"vlan_ids":[1]}])",
+     R"([{"port_number":1,"port_status":1,"poe_status":1,"link_status":1,"link_speed":1,"vlan_mode":1,)"
+     R"("vlan_ids":[1]}])",
      "1"},
     {"ports.MacFilters", mac_filters_method, "array",
      R"([{"mac":"02:00:00:00:00:01","mask":"ff-ff-ff-ff-ff-ff"}])", "1"},
