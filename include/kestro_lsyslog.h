@@ -1,15 +1,14 @@
 /*
  * kestro_lsyslog.h - levelled logging to standard error.
  *
- * A daemon names itself once with kestro_lsyslog_init. From then on each line carries that name, a timestamp
- * with milliseconds and a tag of four letters:
+ * A daemon names itself once with kestro_lsyslog_init. From then on each line carries that name, a timestamp with
+ * milliseconds and a tag of four letters:
  *
  *   [2021-03-04 17:05:09.042] [INFO] [router] Logging level set to debug.
  *   [2021-03-04 17:05:09.043] [DEBG] [router: kestro_mq:233] nn_bind failed for SP addr [...]: Address already in use
  *
- * ERROR, DEBUG and VERBOSE lines tell module and line; CONFIG, WARNING and INFO lines do not. A line leaves
- * in a single write, so lines of threads and processes that share a descriptor do not mix. Nothing is
- * allocated.
+ * ERROR, DEBUG and VERBOSE lines tell module and line; CONFIG, WARNING and INFO lines do not. A line leaves in a single
+ * write, so lines of threads and processes that share a descriptor do not mix. Nothing is allocated.
  *
  * The level is read from section "logging_levels" of KESTRO_LSYSLOG_CONF_FILE, under the daemon's own name:
  *
@@ -54,11 +53,11 @@ static const char* const kestro_lsyslog_severity_string[KESTRO_LSYSLOG_SEVERITY_
     __attribute__((unused)) = {"UNKW", "CONF", "ERR!", "WARN", "INFO", "DEBG", "VERB"};
 
 /*
- * Names the daemon and reads its level. Call once, at start. `source` is kept as a pointer, not copied: it
- * must live as long as the process logs. A null `source` is taken as "unknown".
+ * Names the daemon and reads its level. Call once, at start. `source` is kept as a pointer, not copied: it must live as
+ * long as the process logs. A null `source` is taken as "unknown".
  *
- * Before this call lines carry the name "unknown" and the level is DEBUG. A level that cannot be read leaves
- * it there. Always returns 0.
+ * Before this call lines carry the name "unknown" and the level is DEBUG. A level that cannot be read leaves it there.
+ * Always returns 0.
  */
 int32_t kestro_lsyslog_init(const char* source) KESTRO_NOEXCEPT;
 
@@ -66,47 +65,46 @@ int32_t kestro_lsyslog_init(const char* source) KESTRO_NOEXCEPT;
 int32_t kestro_lsyslog_shutdown(void) KESTRO_NOEXCEPT;
 
 /*
- * Pauses the calling thread for half a second and returns 0. Log lines do not go to the bus: the handle is
- * not kept. The pause gives a publish socket that was just bound the time to find its subscribers.
+ * Pauses the calling thread for half a second and returns 0. Log lines do not go to the bus: the handle is not kept.
+ * The pause gives a publish socket that was just bound the time to find its subscribers.
  */
 int32_t kestro_lsyslog_set_socket(int32_t pubber_sock) KESTRO_NOEXCEPT;
 
 /*
- * Writes one line to standard error. `file` is the name of the calling module, `line` its line number;
- * neither is shown for CONFIG, WARNING and INFO. A message longer than 8000 characters is cut there. It
- * carries its own line feed.
+ * Writes one line to standard error. `file` is the name of the calling module, `line` its line number; neither is shown
+ * for CONFIG, WARNING and INFO. A message longer than 8000 characters is cut there. It carries its own line feed.
  *
  * Ask kestro_lsyslog_check_severity first, so that a line that nobody wants costs nothing.
  *
- * Returns 0 when the line was written or the level suppressed it; -1 when the message could not be formatted.
- * Errors of the write itself are ignored. errno is kept.
+ * Returns 0 when the line was written or the level suppressed it; -1 when the message could not be formatted. Errors of
+ * the write itself are ignored. errno is kept.
  */
 int32_t kestro_lsyslog_log(int32_t severity, const char* file, int32_t line, const char* format, ...) KESTRO_NOEXCEPT
     KESTRO_PRINTF(4, 5);
 
 /*
- * Returns 1 when the level admits the severity, else 0. Both are compared as unsigned numbers: at level -1
- * every severity passes, and a negative severity passes at no other level.
+ * Returns 1 when the level admits the severity, else 0. Both are compared as unsigned numbers: at level -1 every
+ * severity passes, and a negative severity passes at no other level.
  */
 int32_t kestro_lsyslog_check_severity(int32_t severity) KESTRO_NOEXCEPT;
 
 /*
- * Reads the level again: "off", "info", "debug" or "verbose", spelled exactly so. After any failure the old
- * level stays.
+ * Reads the level again: "off", "info", "debug" or "verbose", spelled exactly so. After any failure the old level
+ * stays.
  *
  * Returns 0; the status of kestro_conf_parser_parse when there is no value; -42 when the value is no level.
  */
 int32_t kestro_lsyslog_reload_conf(void) KESTRO_NOEXCEPT;
 
 /*
- * kestro_lsyslog_reload_conf as a method handler, for the row "logger.ReloadConf" of a daemon's method table.
- * Always returns 0 and leaves `result` and `err_data` alone.
+ * kestro_lsyslog_reload_conf as a method handler, for the row "logger.ReloadConf" of a daemon's method table. Always
+ * returns 0 and leaves `result` and `err_data` alone.
  */
 int32_t kestro_lsyslog_reload_conf_api(json_t* params, json_t** result, json_t** err_data) KESTRO_NOEXCEPT;
 
 /*
- * For a daemon that dispatches by hand: when `method`, which must not be null, is "logger.ReloadConf",
- * reloads the level and returns 1, also when the reload failed. Otherwise returns 0 and does nothing.
+ * For a daemon that dispatches by hand: when `method`, which must not be null, is "logger.ReloadConf", reloads the
+ * level and returns 1, also when the reload failed. Otherwise returns 0 and does nothing.
  */
 int32_t kestro_lsyslog_is_json_method_lsyslog(const char* method) KESTRO_NOEXCEPT;
 

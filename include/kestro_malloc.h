@@ -1,8 +1,8 @@
 /*
  * kestro_malloc.h - allocation that never returns null.
  *
- * When memory runs out, each of these writes one line to standard error and aborts the process; callers do
- * not test the result. What they return is released with free(). Thread-safe.
+ * When memory runs out, each of these writes one line to standard error and aborts the process; callers do not test the
+ * result. What they return is released with free(). Thread-safe.
  */
 #ifndef KESTRO_MALLOC_H
 #define KESTRO_MALLOC_H

@@ -5,8 +5,9 @@
  *   if (kestro_set_ip_add(&seen, "10.0.0.1")) puts("seen before");
  *   kestro_set_ip_delete_all(&seen);
  *
- * A set is a pointer to its first entry; null is the empty set. Texts are compared as they are: "010.0.0.1" and
- * "10.0.0.1" are two members. A set belongs to one thread at a time. Arguments must not be null.
+ * A set is a pointer to its first entry; null is the empty set. The entries belong to the set; walk it with HASH_ITER
+ * of uthash.h. Texts are compared as they are: "010.0.0.1" and "10.0.0.1" are two members. A set belongs to one thread
+ * at a time. Arguments must not be null.
  *
  * When memory runs out, the process exits with status -1.
  */

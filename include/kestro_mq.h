@@ -3,8 +3,8 @@
  *
  * A socket is created, bound or connected to one or more addresses, subscribed (SUB sockets), used and closed. Each
  * handle is nanomsg's own socket number; the library keeps no table. Only the receive time-out is ever set here: send
- * time-out, buffer sizes, the limit of received messages (1 MiB) and reconnect intervals are nanomsg's defaults, which a
- * daemon may change on the handles that it owns.
+ * time-out, buffer sizes, the limit of received messages (1 MiB) and reconnect intervals are nanomsg's defaults, which
+ * a daemon may change on the handles that it owns.
  *
  * Failures are logged at DEBUG with nanomsg's text of the error, so a daemon at level INFO hears nothing from here. A
  * failed operation leaves the socket open and its outputs untouched.
@@ -50,8 +50,8 @@ enum {
 /*
  * Opens a socket of kind `sp_type` (KESTRO_MQ_SP_*).
  *
- * Returns 0 and the handle, to be closed with kestro_mq_socket_close; -20 for a null output, -34 for a kind outside 1 to
- * 10, -1 when nanomsg refuses.
+ * Returns 0 and the handle, to be closed with kestro_mq_socket_close; -20 for a null output, -34 for a kind outside 1
+ * to 10, -1 when nanomsg refuses.
  */
 int32_t kestro_mq_socket_init(int32_t sp_type, int32_t* mq_socket) KESTRO_NOEXCEPT;
 
@@ -72,9 +72,9 @@ int32_t kestro_mq_socket_connect(int32_t mq_socket, int32_t transport_type, cons
  * Receives one message. With `nonblock_enable` greater than 0 it does not wait; otherwise it waits as long as the
  * socket's receive time-out allows.
  *
- * Returns 0 with the message and its length in bytes: a block of length + 1 bytes that ends in an added zero byte, which
- * the caller releases with free(). A message may hold zero bytes of its own. -20 for a null output; -46 when nothing was
- * there without waiting; -1 for any other failure, an expired time-out (ETIMEDOUT) included.
+ * Returns 0 with the message and its length in bytes: a block of length + 1 bytes that ends in an added zero byte,
+ * which the caller releases with free(). A message may hold zero bytes of its own. -20 for a null output; -46 when
+ * nothing was there without waiting; -1 for any other failure, an expired time-out (ETIMEDOUT) included.
  */
 int32_t kestro_mq_socket_recv(int32_t mq_socket, char** message, int32_t* length,
                               int32_t nonblock_enable) KESTRO_NOEXCEPT;

@@ -3,8 +3,8 @@
  *
  * Every operation takes a pointer to the caller's descriptor. Unlike the rest of the library these operations report
  * failures as -1 or as a byte count, and null pointers too. Failures of the system are told on standard error, as
- * perror() does; null pointers in a DEBUG line. Nothing is retried, interrupted calls included. A vanished peer yields an
- * error and no SIGPIPE.
+ * perror() does; null pointers in a DEBUG line. Nothing is retried, interrupted calls included. A vanished peer yields
+ * an error and no SIGPIPE.
  *
  * A server is opened once, accepts again and again, and is shut down. Descriptors are closed on exec. No shared state:
  * threads may serve different descriptors.
@@ -47,24 +47,24 @@ int32_t kestro_socket_accept(int32_t* server_sock_fd, int32_t* accepted_sock_fd)
 int32_t kestro_tcp_socket_accept(int32_t* server_sock_fd, int32_t* accepted_sock_fd) KESTRO_NOEXCEPT;
 
 /*
- * Connects to a dotted IPv4 address; names are not looked up. Waits as long as the system does. `client_sock_fd` must be
- * valid. Returns 0 and the descriptor, -51 when the connect timed out, -1 for any other failure.
+ * Connects to a dotted IPv4 address; names are not looked up. Waits as long as the system does. `client_sock_fd` must
+ * be valid. Returns 0 and the descriptor, -51 when the connect timed out, -1 for any other failure.
  */
 int32_t kestro_tcp_socket_connect(const char* host_addr, int32_t socket_port, int32_t* client_sock_fd) KESTRO_NOEXCEPT;
 
 /*
- * Receives once, at most `length` bytes. No zero byte is added. Returns the count; 0 when the peer closed or an argument
- * is null; -1.
+ * Receives once, at most `length` bytes. No zero byte is added. Returns the count; 0 when the peer closed or an
+ * argument is null; -1.
  */
 int32_t kestro_socket_recv(int32_t* accepted_sock_fd, char* message, int32_t length) KESTRO_NOEXCEPT;
 
 /*
- * Receives until a line feed has come, the peer closes, or the buffer of `length` bytes is full; the text ends in a zero
- * byte. What came with the line feed in one piece stays behind it.
+ * Receives until a line feed has come, the peer closes, or the buffer of `length` bytes is full; the text ends in a
+ * zero byte. What came with the line feed in one piece stays behind it.
  *
  * Returns the count of all bytes received. A count not less than `length` means that the request does not fit: its last
- * byte has given way to the zero byte, and an ERROR line was written. A failed receive ends the reading; the count tells
- * what came before it. With nothing received `message` is untouched.
+ * byte has given way to the zero byte, and an ERROR line was written. A failed receive ends the reading; the count
+ * tells what came before it. With nothing received `message` is untouched.
  */
 int32_t kestro_socket_recv_read_to_newline(int32_t* accepted_sock_fd, char* message, int32_t length) KESTRO_NOEXCEPT;
 

@@ -1,8 +1,8 @@
 /*
  * kestro_string.h - a growable text, and an iterator over the parts of a text.
  *
- * Unless said otherwise the functions want valid pointers and do not check them. When memory runs out the
- * process ends, as in kestro_malloc.h. One text or iterator belongs to one thread at a time.
+ * Unless said otherwise the functions want valid pointers and do not check them. When memory runs out the process ends,
+ * as in kestro_malloc.h. One text or iterator belongs to one thread at a time.
  */
 #ifndef KESTRO_STRING_H
 #define KESTRO_STRING_H
@@ -40,8 +40,8 @@ void str_clear(str_t* s) KESTRO_NOEXCEPT;
 /*
  * Appends formatted text, doubling the buffer as often as needed. Always returns 0.
  *
- * When the buffer has to grow and the new length equals the doubled size exactly, the last character gives
- * way to the zero byte while `len` still counts it.
+ * When the buffer has to grow and the new length equals the doubled size exactly, the last character gives way to the
+ * zero byte while `len` still counts it.
  */
 int32_t str_printf(str_t* s, const char* fmt, ...) KESTRO_NOEXCEPT KESTRO_PRINTF(2, 3);
 
@@ -54,8 +54,8 @@ size_t str_slen(str_t* s) KESTRO_NOEXCEPT;
 /*
  * Appends one line of the stream, its line feed included.
  *
- * Returns 1 when a line was appended; 0 at the end of input or on a read error; -1, with an ERROR line, when
- * the buffer could not grow. After 0 and -1 the part of a line that was read so far is in the text.
+ * Returns 1 when a line was appended; 0 at the end of input or on a read error; -1, with an ERROR line, when the buffer
+ * could not grow. After 0 and -1 the part of a line that was read so far is in the text.
  */
 int32_t str_fgets(str_t* s, FILE* f) KESTRO_NOEXCEPT;
 
@@ -64,11 +64,10 @@ int32_t str_fgets(str_t* s, FILE* f) KESTRO_NOEXCEPT;
 str_iter_t str_iter_new(const char* str, const char* sep) KESTRO_NOEXCEPT;
 
 /*
- * The next token: the text up to the next occurrence of the whole separator, cut to 255 characters. The text
- * lives in the iterator and is overwritten by the next call.
+ * The next token: the text up to the next occurrence of the whole separator, cut to 255 characters. The text lives in
+ * the iterator and is overwritten by the next call.
  *
- * "a,,b" by "," yields "a", "", "b"; "a," yields "a", ""; "" yields "". Returns null when done or when `iter`
- * is null.
+ * "a,,b" by "," yields "a", "", "b"; "a," yields "a", ""; "" yields "". Returns null when done or when `iter` is null.
  */
 const char* str_iter_next(str_iter_t* iter) KESTRO_NOEXCEPT;
 

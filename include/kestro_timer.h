@@ -17,8 +17,8 @@ KESTRO_BEGIN_DECLS
 /*
  * Creates a timer. Only a `nonblock` of exactly 1 makes reads of it return at once.
  *
- * Returns 0 and the descriptor, to be closed with kestro_timer_free; -20 for null; -1, with -1 in `*tfd`, when the system
- * refuses.
+ * Returns 0 and the descriptor, to be closed with kestro_timer_free; -20 for null; -1, with -1 in `*tfd`, when the
+ * system refuses.
  */
 int32_t kestro_timer_init(int32_t* tfd, int32_t nonblock) KESTRO_NOEXCEPT;
 
@@ -36,8 +36,8 @@ int32_t kestro_timer_nsec_set(int32_t tfd, float period, float interval) KESTRO_
 int32_t kestro_timer_read(int32_t tfd) KESTRO_NOEXCEPT;
 
 /*
- * Closes a timer and sets `*tfd` to 0, which is not a mark of "closed" where descriptor 0 may be real. Returns 0, or -20
- * for null.
+ * Closes a timer and sets `*tfd` to 0, which is not a mark of "closed" where descriptor 0 may be real. Returns 0, or
+ * -20 for null.
  */
 int32_t kestro_timer_free(int32_t* tfd) KESTRO_NOEXCEPT;
 

@@ -199,8 +199,8 @@ void kestro_bytes_to_mac_address_string(char* mac_addr, const uint8_t* bytes) KE
 int32_t kestro_mac_last_4_bytes_to_uint32_t(const uint8_t* mac_bytes, uint32_t* num) KESTRO_NOEXCEPT;
 
 /*
- * Begins to fill `pmacs`, which is taken as empty, with room for 8 MAC addresses. The vector points at `pmacs` from then
- * on and needs no release itself; the caller frees pmacs->macs.
+ * Begins to fill `pmacs`, which is taken as empty, with room for 8 MAC addresses. The vector points at `pmacs` from
+ * then on and needs no release itself; the caller frees pmacs->macs.
  *
  * Returns 0, or -20 for a null argument. When memory runs out, calls kestro_terminate_process and, if that comes
  * back, returns -22 with the list empty.

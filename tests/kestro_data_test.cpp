@@ -300,7 +300,7 @@ TEST(DataTables, MacRangesOfTheMakersDoNotMeetAndTheLastRowTakesTheRest) {
 }
 
 TEST(CounterStrings, FieldsStandInTheOrderOfTheirNames) {
-  static_assert(sizeof(kestro_counter_strings) == 12 * 21);
+  static_assert(sizeof(kestro_counter_strings) == 12UL * 21);
   kestro_counter_strings counters{};
   char* const fields[] = {counters.tx_frames,
                           counters.rx_frames,

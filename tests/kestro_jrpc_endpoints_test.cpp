@@ -478,16 +478,18 @@ TEST(PullSocketInit, AFailedBindIsReturned) {
 
 TEST(PullSocketInit, WithoutASocketTheBindIsStillTried) {
   int32_t pull = 77;
-  const Fault no_socket_left("nn_socket", EMFILE);
-  const auto seen = outcome_of([&] { return kestro_jrpc_pull_socket_init(free_bus_address().c_str(), &pull); });
+  const auto init = [&](const std::string& address) {
+    const Fault no_socket_left("nn_socket", EMFILE);
+    return outcome_of([&] { return kestro_jrpc_pull_socket_init(address.c_str(), &pull); });
+  };
+  const auto seen = init(free_bus_address());
   EXPECT_EQ(seen.status, -1);
   EXPECT_EQ(pull, 77);
   EXPECT_THAT(seen.log, HasLog(Error, jrpc, "[kestro_jrpc_tcp_socket_init]: cannot init pull socket!\n"));
   EXPECT_THAT(seen.log, HasLog(Error, jrpc, "[kestro_jrpc_mq_pub_init]: Error mq_socket_bind for pull, rc = -1\n"));
 
   // The bind's own status counts, also here.
-  const Fault again("nn_socket", EMFILE);
-  EXPECT_EQ(outcome_of([&] { return kestro_jrpc_pull_socket_init("ipc:///tmp/never", &pull); }).status, -34);
+  EXPECT_EQ(init("ipc:///tmp/never").status, -34);
 }
 
 TEST(PullSocketInit, NullArguments) {

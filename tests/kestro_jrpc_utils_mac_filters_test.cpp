@@ -37,7 +37,8 @@ struct Retrieved {
   const kestro_mac_filter& operator[](size_t i) const { return owned.get()[i]; }
 
   int32_t status = 1;
-  kestro_mac_filter* filters = nullptr;
+  // Not null at first, so that what hands nothing out must say so.
+  kestro_mac_filter* filters = reinterpret_cast<kestro_mac_filter*>(this);
   int32_t count = -1;
   Filters owned;
 };
@@ -121,7 +122,7 @@ TEST_P(RefusedMacFilters, LeaveNothingToRelease) {
   const Retrieved got(request);
   EXPECT_EQ(got.status, GetParam().status);
   EXPECT_EQ(request.explanation(), GetParam().explanation);
-  EXPECT_NE(got.filters, nullptr);  // the address stays, as callers have it
+  EXPECT_NE(got.filters, nullptr);  // an address stays, as callers have it
   EXPECT_EQ(got.count, static_cast<int32_t>(json_array_size(json_of(GetParam().list).get())));
 }
 INSTANTIATE_TEST_SUITE_P(All, RefusedMacFilters, testing::ValuesIn(refusals), name_of<Refusal>);

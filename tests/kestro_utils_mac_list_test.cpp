@@ -145,6 +145,18 @@ TEST_F(MacVector, RefusesNull) {
   EXPECT_THAT(log, HasLog(Warning, module, second_null));
 }
 
+TEST(MacVectorInit, TakesTheListAsEmptyWhateverStandsInIt) {
+  mac_str elsewhere[] = {"02:00:00:00:00:01"};
+  port_macs list{.macs = elsewhere, .n_macs = 77};
+  kestro_mac_vector vector{.pmacs = nullptr, .size = 99};
+  EXPECT_EQ(kestro_mac_vector_init(&vector, &list), 0);
+  const Owned<mac_str, std::free> owner(list.macs);
+  EXPECT_NE(list.macs, elsewhere);
+  EXPECT_EQ(list.n_macs, 0);
+  EXPECT_EQ(vector.pmacs, &list);
+  EXPECT_EQ(vector.size, 8U);
+}
+
 TEST(MacVectorInit, WithoutMemoryTerminates) {
   port_macs list{};
   kestro_mac_vector vector{};

@@ -18,7 +18,7 @@ namespace {
 constexpr int32_t line_size = 128;
 constexpr size_t csv_size = 5UL * KESTRO_DATA_MAX_VLANS_PER_PORT;  // four digits and a comma each
 
-// One port as it stands in the list: a blank before it unless it opens the line, a comma behind it unless it is the last.
+// One port as it stands in the list: a blank before it unless it opens the line, a comma behind it unless it is last.
 int32_t print_port(char (&out)[32], const cli_mw_vlan_struct& list, int32_t index, bool opens_line) noexcept {
   const auto oec = static_cast<uint16_t>(list.oec[index]);
   const auto port = static_cast<uint16_t>(list.port[index]);

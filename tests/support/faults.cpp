@@ -26,19 +26,14 @@ struct Armed {
 // A plain array, so that malloc itself can look into it.
 thread_local std::array<Armed, 8> armed;
 
-Armed* find(std::string_view call) {
-  for (auto& each : armed) {
-    if (each.call == call) return &each;
-  }
-  return nullptr;
-}
-
-// Whether this call is the one to fail; sets errno if so.
+// Whether this call is one to fail; sets errno if so.
 bool fires(std::string_view call) {
-  Armed* const fault = find(call);
-  if (fault == nullptr || fault->countdown == 0 || --fault->countdown > 0) return false;
-  errno = fault->error;
-  return true;
+  for (auto& fault : armed) {
+    if (fault.call != call || fault.countdown == 0 || --fault.countdown > 0) continue;
+    errno = fault.error;
+    return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -168,18 +163,18 @@ int __wrap_timerfd_settime(int fd, int flags, const itimerspec* setting, itimers
 
 namespace kestro::test {
 
-Fault::Fault(std::string_view call, int error, int nth) : call_(call) {
-  Armed* const slot = find("");
-  if (slot == nullptr || find(call) != nullptr) throw std::logic_error("cannot arm " + std::string(call));
-  *slot = {.call = call, .error = error, .countdown = nth};
+Fault::Fault(std::string_view call, int error, int nth) {
+  while (slot_ < armed.size() && !armed[slot_].call.empty()) ++slot_;
+  if (slot_ == armed.size()) throw std::logic_error("no room to arm " + std::string(call));
+  armed[slot_] = {.call = call, .error = error, .countdown = nth};
 }
 
 Fault::~Fault() {
-  *find(call_) = {};
+  armed[slot_] = {};
 }
 
 bool Fault::fired() const {
-  return find(call_)->countdown == 0;
+  return armed[slot_].countdown == 0;
 }
 
 }  // namespace kestro::test

@@ -8,6 +8,7 @@
 #ifndef KESTRO_TESTS_FAULTS_HPP
 #define KESTRO_TESTS_FAULTS_HPP
 
+#include <cstddef>
 #include <string_view>
 
 namespace kestro::test {
@@ -22,7 +23,7 @@ class Fault {
   [[nodiscard]] bool fired() const;
 
  private:
-  std::string_view call_;
+  size_t slot_ = 0;
 };
 
 }  // namespace kestro::test
