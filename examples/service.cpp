@@ -12,6 +12,7 @@
 #include <map>
 #include <string>
 
+#include "handler.hpp"
 #include "stop.hpp"
 
 namespace {
@@ -87,6 +88,7 @@ kestro_jrpc_mapping_t methods[] = {
     {"ports.SetEnabled", ports_set_enabled},
     {"ports.ClearCounters", ports_clear_counters},
     {"ports.GetCounters", ports_get_counters},
+    {"oec.Provision", provision},
     {"logger.ReloadConf", kestro_lsyslog_reload_conf_api},
     {nullptr, nullptr},
 };

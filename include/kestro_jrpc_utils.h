@@ -42,7 +42,9 @@
 #include <stdbool.h>
 #include <stdint.h>
 
+#include "kestro_data.h"
 #include "kestro_general.h"
+#include "kestro_omac_data.h"
 
 KESTRO_BEGIN_DECLS
 
@@ -271,9 +273,158 @@ int32_t kestro_jrpc_utils_retrieve_input_time_zone(const json_t* params, json_t*
 
 /* ---- Composite inputs ---- */
 
+/*
+ * A list of ports of an edge switch. Each element is an object with "port_number" (1 to 64), the numbers "port_status",
+ * "poe_status", "link_status", "link_speed" and "vlan_mode", which are not compared with their enumerations, and
+ * "vlan_ids" (kestro_jrpc_utils_retrieve_input_vlan_ids). The other fields of a record are never written.
+ *
+ * `ports` has room for `max_num_of_ports` records; further elements are ignored. `*num_of_ports` becomes the number of
+ * elements that are read, at most `max_num_of_ports`; null where it is not wanted.
+ *
+ * Returns 0; -4, also for an element with any member missing or refused; -31 and -35 for the list itself, with
+ * `*num_of_ports` 0. After -4 for an element, the records before it are complete, `*num_of_ports` counts the rest too,
+ * and its own record may have a new port number and VLAN list, but none of the five states.
+ */
+int32_t kestro_jrpc_utils_retrieve_input_ports(const json_t* params, json_t** err_data, const char* param_name,
+                                               kestro_data_port* ports, int32_t* num_of_ports,
+                                               int32_t max_num_of_ports) KESTRO_NOEXCEPT;
+
+/* The hardware states of ports, otherwise the same: "port_number", "poe_status", "link_status" and "link_speed". */
+int32_t kestro_jrpc_utils_retrieve_input_ports_hardware(const json_t* params, json_t** err_data, const char* param_name,
+                                                        kestro_onu_port_hardware_info_t* ports, int32_t* num_of_ports,
+                                                        int32_t max_num_of_ports) KESTRO_NOEXCEPT;
+
+/*
+ * The MAC addresses that the port `oec_num`, `port_num` admits: a list of objects with "mac" and "mask", both read by
+ * kestro_jrpc_utils_retrieve_input_mac_address. `*n_filters` is the size of the list. An empty list gives one record
+ * nevertheless, with the numbers of the port and without MAC addresses, so that the (empty) set can be told from
+ * others.
+ *
+ * What the caller owns:
+ *
+ *   0            `*filters`, a new array, to be released with free()
+ *   -22          nothing: memory ran out, and `*filters` is null
+ *   -20          nothing: an argument is null (`err_data` and `params`, too), and the outputs are untouched
+ *   -31, -34,    nothing. Of a member that is missing or no list the outputs are null and 0. After an element that was
+ *   -35          refused, `*filters` is an address that has been released, not to be used or freed again.
+ */
+int32_t kestro_jrpc_utils_retrieve_input_mac_filters(const json_t* params, json_t** err_data, const char* param_name,
+                                                     struct kestro_mac_filter** filters, int32_t* n_filters,
+                                                     const int32_t oec_num, const int32_t port_num) KESTRO_NOEXCEPT;
+
+/*
+ * What is asked of a secure port: "current", "enable", "disable" or "clear". Whatever is asked is logged at CONFIG.
+ * Returns 0; -31 for any failure: also for a null pointer, which leaves `*option` untouched, and a missing member. After
+ * all others it is KESTRO_DATA_SECURE_CURRENT, which asks for no change.
+ */
+int32_t kestro_jrpc_utils_parse_input_secure_option(const json_t* params, json_t** err_data, const char* param_name,
+                                                    kestro_data_secure_options* option) KESTRO_NOEXCEPT;
+
 /* ---- Encoding results ---- */
 
+/* Arrays and objects that these functions give are new references, which the caller releases. */
+
+/*
+ * An array of the texts of the first 512 addresses. A text that cannot become JSON (no UTF-8, or memory runs out) ends
+ * the array early, with a WARNING; that counts as success.
+ *
+ * Returns 0; -20 for null; -22 when the array cannot be made; -1 when it cannot grow. `*json_macs` is null then.
+ */
+int32_t kestro_jrpc_utils_populate_json_mac_addresses_array(json_t** json_macs, mac_str* mac_addresses,
+                                                            int32_t count) KESTRO_NOEXCEPT;
+
+/* An array of numbers. Null when memory runs out, or when `vids` is null while `n_vids` is greater than 0. */
+json_t* kestro_jrpc_utils_populate_vid_array(const int32_t* vids, int32_t n_vids) KESTRO_NOEXCEPT;
+
+/*
+ * Such an array as member `name` of an object, in place of an earlier one. Returns 0; -30 when the array cannot be made
+ * or set, also where `json_root` is null or no object: it is as it was then.
+ */
+int32_t kestro_jrpc_utils_json_obj_set_vid_array(json_t* json_root, const char* name, const int32_t* vids,
+                                                 const int32_t n_vids) KESTRO_NOEXCEPT;
+
+/* Appends a text to an array. Returns 0; -30, with the array as it was, for whatever is null, no array or no UTF-8. */
+int32_t kestro_jrpc_utils_append_string_array(json_t* json_array, const char* str) KESTRO_NOEXCEPT;
+
+/*
+ * The traffic counters of an optical port as an object; the names of its members are kestro_counter_strings_fields.
+ * Values stay texts, as 64-bit numbers do not survive every reader of JSON. Null when `counters` is null, a text is no
+ * UTF-8 or memory runs out.
+ */
+json_t* kestro_jrpc_utils_encode_olt_counter_strings(struct kestro_counter_strings* counters) KESTRO_NOEXCEPT;
+
+/*
+ * One array per port, in their order, with all MAC addresses seen on it. Null when `macs` is null, a text is no UTF-8
+ * or memory runs out.
+ */
+json_t* kestro_jrpc_utils_encode_all_mac_addresses_connected(int32_t nmemb,
+                                                             const struct port_macs* macs) KESTRO_NOEXCEPT;
+
+/* ---- Reading the answers of other daemons ---- */
+
+/*
+ * The member "result" of an answer, an integer of which the lower 32 bits are taken. Returns 0; -4 for null; -31, with
+ * 0, when there is none or it is no integer.
+ */
+int32_t kestro_jrpc_utils_api_decode_api_result(json_t* result_in, int32_t* api_return_code_out) KESTRO_NOEXCEPT;
+
+/*
+ * The text at `idx` of an array, into a buffer of `sz` bytes. A text that does not fit is cut, with a WARNING; that
+ * counts as success. Returns 0; -20 for null; -31 when there is no array, element or text.
+ */
+int32_t kestro_jrpc_utils_api_get_string_from_array(json_t* json_array, const int32_t idx, char* buf,
+                                                    int32_t sz) KESTRO_NOEXCEPT;
+
+/*
+ * The first `nmemb` texts of the array `name` of an object, into as many buffers of `szmemb` bytes each, read as above.
+ * Returns 0; -20 for null, and when there is no such member; -30 when `result` is no object; -31. The first failure
+ * ends the reading: buffers before the one that failed are filled, those behind it untouched.
+ */
+int32_t kestro_jrpc_utils_retrieve_string_array(json_t* result, const char* name, char** bufs, const int32_t nmemb,
+                                                const int32_t szmemb) KESTRO_NOEXCEPT;
+
 /* ---- DHCP services and router values ---- */
+
+/*
+ * One DHCP service: an object with the texts "service_name" (cut to 50 characters), "address_range"
+ * (validate_address_range) and "dhcp_range" (validate_dhcp_range), and with the list "static_leases" of objects with
+ * "ip" (validate_ip_address) and "mac" (validate_mac_address, kept as it is written). Longer texts are cut to their
+ * fields before they are validated. The record is emptied first: what it held is not released.
+ *
+ * Returns 0, or -4 with the reason in `err`; -4 and a DEBUG line, with the outputs untouched, when `dhcp` or `err` is
+ * null.
+ *
+ * What the caller owns afterwards:
+ *
+ *   0    `static_leases`, to be released with free(), also when `n_leases` is 0
+ *   -4   by the reason:
+ *          "DHCP ..."                                nothing; `static_leases` is null
+ *          "static lease IP ... has invalid format", "static lease MAC address ... has invalid format"
+ *                                                    `static_leases`, to be released with free()
+ *          "static lease entry is not an object", "static lease object ... field is either missing or not a string"
+ *                                                    nothing; `static_leases` is an address that has been released, not
+ *                                                    to be used or freed again
+ *
+ * In short: free(dhcp->static_leases) after success and after a reason that ends in "has invalid format", never
+ * otherwise.
+ *
+ * Fields that were read before the failure keep their values. When memory runs out the process ends, as in
+ * kestro_malloc.h.
+ */
+int32_t kestro_jrpc_utils_parse_service_dhcp(json_t* dhcp_obj, struct address_pool* dhcp,
+                                             struct error* err) KESTRO_NOEXCEPT;
+
+/*
+ * The identity of the core router: an object whose texts "mac_addr" (at most 19 characters), "sw_version",
+ * "credentials" and "model" (at most 63) go into the fields of the same name. A member that is missing or no text
+ * leaves its field as it is; no other field is written. A longer text ends the process by abort().
+ *
+ * Returns 0; -1 when `obj` is null or no object, or `rcfg` is null.
+ */
+int32_t kestro_json_parse_rcfg_init_vals(struct router_cfg* rcfg, json_t* obj) KESTRO_NOEXCEPT;
+
+/* The same from a text. -1 for a text that is no JSON, too. */
+int32_t kestro_json_parse_rcfg_init_vals_from_str(struct router_cfg* rcfg, const char* json) KESTRO_NOEXCEPT;
 
 KESTRO_END_DECLS
 
