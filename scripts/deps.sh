@@ -7,7 +7,7 @@ packages=(
   # the libraries that the system stands on
   libjansson-dev libnanomsg-dev libpcre3-dev libsqlite3-dev uthash-dev
   # tests, benchmarks, programs
-  libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libasio-dev libsystemd-dev
   # build
   make cmake ninja-build pkg-config g++ gcc ccache git
   # second compiler and checks

@@ -1,0 +1,361 @@
+#include "routerd/router.hpp"
+
+#include <jansson.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <asio/co_spawn.hpp>
+#include <asio/redirect_error.hpp>
+#include <asio/use_awaitable.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+#include "core/owned.hpp"
+#include "core/site.hpp"
+#include "kestro_jrpc.h"
+#include "kestro_jrpc/await.hpp"
+#include "kestro_jrpc/envelope.hpp"
+#include "kestro_lsyslog.h"
+#include "kestro_socket.h"
+#include "routerd/notify.hpp"
+
+namespace kestro::routerd {
+
+namespace {
+
+constexpr auto here = site_of("kestro_routerd");
+
+using namespace std::chrono_literals;
+
+constexpr int listen_backlog = 4'096;
+constexpr auto pause_without_descriptors = 1s;
+constexpr auto last_writes = 1s;
+
+constexpr auto use_result = [](asio::error_code& failed) { return asio::redirect_error(asio::use_awaitable, failed); };
+
+// The router whose own methods the library calls: handlers have no argument for it.
+Router* serving = nullptr;
+
+int32_t set_maintenance(json_t* params, json_t** /*result*/, json_t** /*err_data*/) {
+  const json_t* const enable = json_object_get(params, "enable");
+  if (!json_is_boolean(enable)) return -35;
+  serving->set_maintenance(json_is_true(enable));
+  return 0;
+}
+
+kestro_jrpc_mapping_t privileged_methods[] = {
+    {"logger.ReloadConf", kestro_lsyslog_reload_conf_api},
+    {"router.SetMaintenance", set_maintenance},
+    {nullptr, nullptr},
+};
+kestro_jrpc_mapping_t open_methods[] = {
+    {"logger.ReloadConf", kestro_lsyslog_reload_conf_api},
+    {nullptr, nullptr},
+};
+
+}  // namespace
+
+class Router::Presence {
+ public:
+  Presence(Router& router, Client& client) : router_(router), client_(client) {
+    router_.clients_.insert(&client);
+    router_.reading_.insert(&client);
+  }
+  Presence(const Presence&) = delete;
+  Presence& operator=(const Presence&) = delete;
+  ~Presence() {
+    router_.clients_.erase(&client_);
+    router_.reading_.erase(&client_);
+    asio::error_code ignored;
+    router_.client_left_.cancel(ignored);
+  }
+
+ private:
+  Router& router_;
+  Client& client_;
+};
+
+Router::Router(asio::io_context& io, Options options)
+    : io_(io),
+      options_(std::move(options)),
+      bus_(io, options_.bus_publish, options_.bus_subscribe),
+      signals_(io, SIGTERM, SIGINT),
+      client_left_(io, asio::steady_timer::time_point::max()),
+      stats_timer_(io),
+      // The channels share one buffer for each subscriber.
+      windows_(bus_.capacity() / 4),
+      stats_variable_(options_.stats_name) {
+  int32_t fd = -1;
+  if (!options_.listen_unix.empty()) {
+    if (kestro_unix_socket_init(options_.listen_unix.c_str(), &fd, 1) != 0) {
+      throw std::runtime_error("cannot listen at " + options_.listen_unix);
+    }
+    listen(AF_UNIX, fd);
+  }
+  if (options_.listen_tcp != 0) {
+    if (kestro_tcp_socket_init(options_.listen_tcp, &fd, 1) != 0) {
+      throw std::runtime_error("cannot listen at port " + std::to_string(options_.listen_tcp));
+    }
+    listen(AF_INET, fd);
+  }
+  serving = this;
+}
+
+Router::~Router() {
+  serving = nullptr;
+}
+
+void Router::listen(int family, int32_t fd) {
+  ::listen(fd, listen_backlog);  // the library's backlog is for one client at a time
+  listeners_.push_back({family, asio::posix::stream_descriptor(io_, fd), fd});
+}
+
+void Router::run() {
+  const auto spawn = [this](asio::awaitable<void> task) {
+    asio::co_spawn(io_, std::move(task), [this](const std::exception_ptr& failure) {
+      if (!failure) return;
+      here().log(Error, "out of memory\n");
+      end_at_once();
+    });
+  };
+  for (auto& listener : listeners_) spawn(accept_clients(listener));
+  spawn(bus_.receive([this](std::string text) { deliver(std::move(text)); }));
+  spawn(keep_stats());
+  spawn(end_on_signal());
+  notify("READY=1");
+  here().log(Info, "ready: clients at %s%s%s, publishing at %s\n", options_.listen_unix.c_str(),
+             listeners_.size() > 1 ? " and " : "",
+             options_.listen_tcp != 0 ? ("port " + std::to_string(options_.listen_tcp)).c_str() : "",
+             options_.bus_publish.c_str());
+  io_.run();
+}
+
+// ---- Clients ----
+
+asio::awaitable<void> Router::accept_clients(Listener& listener) {
+  while (!draining_) {
+    asio::error_code woken;
+    if (clients_.size() >= options_.max_clients) {
+      co_await client_left_.async_wait(use_result(woken));
+      continue;
+    }
+    co_await listener.readable.async_wait(asio::posix::stream_descriptor::wait_read, use_result(woken));
+    if (woken || draining_) co_return;
+    // Meanwhile the other listener may have taken the last place.
+    if (clients_.size() >= options_.max_clients || accept_one(listener)) continue;
+
+    here().log(Warning, "accepting is paused: %s\n", strerror(errno));
+    asio::steady_timer pause(io_, pause_without_descriptors);
+    co_await pause.async_wait(use_result(woken));
+  }
+}
+
+// False when the system has no descriptor or memory for a connection that waits.
+bool Router::accept_one(Listener& listener) {
+  int32_t fd = -1;
+  errno = 0;
+  const bool accepted = (listener.family == AF_UNIX ? kestro_socket_accept(&listener.fd, &fd)
+                                                    : kestro_tcp_socket_accept(&listener.fd, &fd)) == 0;
+  if (!accepted) return errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM;
+  ++stats_.accepted;
+  auto client = std::make_shared<Client>(io_, listener.family, fd);
+  auto presence = std::make_unique<Presence>(*this, *client);
+  asio::co_spawn(io_, serve(client, std::move(presence)), [this, client](const std::exception_ptr& failure) {
+    if (!failure) return;
+    refuse("out_of_memory");
+    client->close();
+  });
+  return true;
+}
+
+// The life of one client, from its first byte to the end of its connection.
+asio::awaitable<void> Router::serve(std::shared_ptr<Client> client, std::unique_ptr<Presence> /*presence*/) {
+  auto received = co_await client->read_request(options_.max_request, options_.read_timeout);
+  reading_.erase(client.get());
+  stats_.bytes_in += received.text.size();
+  if (received.failure != nullptr) {
+    refuse(received.failure);
+    co_return client->close();
+  }
+
+  Request request(received.text);
+  received = {};
+  if (request.objection() != nullptr) {
+    refuse(request.objection());
+    co_return client->close();
+  }
+  if (request.is_notification()) {
+    handle_own(request, *client);
+    co_return client->close();
+  }
+
+  const auto answer = co_await answer_to(request);
+  if (answer.empty()) co_return client->close();
+  if (const char* const failure = co_await client->write(answer, options_.write_timeout)) {
+    ++stats_.client_gone;
+    here().log(Info, "%s: the client did not get its answer: %s\n", request.method().c_str(), failure);
+  } else {
+    stats_.bytes_out += answer.size();
+  }
+  client->close();
+}
+
+// What the client is to be sent; empty when its request turns out to be none that can travel.
+asio::awaitable<std::string> Router::answer_to(Request& request) {
+  if (is_busy()) {
+    ++stats_.busy;
+    co_return request.busy(options_.strict_ids);
+  }
+  InFlight::Entry entry(in_flight_, io_, request.method(), InFlight::Clock::now() + time_for(request.method()));
+  const Text channel(kestro_jrpc_router_extract_channel(request.method().c_str()));
+  const size_t size = strlen(channel.get()) + 1 + request.address(entry.number());
+  if (size > bus_message_limit) {
+    refuse("too_large");
+    co_return std::string();
+  }
+
+  SendWindow::Place place(windows_.of(channel.get()));
+  if (co_await place.enter(io_, size, entry.deadline(), entry.given_up())) {
+    if (bus_.dispatch(request.object()) != 0) {
+      refuse("not_published");
+      co_return std::string();
+    }
+    request.forget_object();
+    if (auto response = co_await entry.response()) {
+      ++stats_.answered;
+      stats_.count_latency(InFlight::Clock::now() - entry.begun());
+      co_return request.restore(std::move(*response), options_.strict_ids);
+    }
+  }
+  if (entry.given_up()) {
+    ++stats_.busy;
+    co_return request.busy(options_.strict_ids);
+  }
+  ++stats_.timed_out;
+  here().log(Warning, "%s: no response in time\n", request.method().c_str());
+  co_return request.timed_out(options_.strict_ids);
+}
+
+void Router::deliver(std::string text) {
+  auto head = read_response_head(text.c_str());
+  if (!head.sound) {
+    ++stats_.garbage;
+    here().log(Debug, "dropped what is no response\n");
+    return;
+  }
+  switch (in_flight_.deliver(head.number, head.method, std::move(text))) {
+    case InFlight::Delivery::Done:
+      break;
+    case InFlight::Delivery::Late:
+      ++stats_.late;
+      here().log(Debug, "dropped a late or repeated response of %s\n", head.method.c_str());
+      break;
+    case InFlight::Delivery::Foreign:
+      ++stats_.foreign;
+      here().log(Debug, "dropped a response of %s that was not asked for here\n", head.method.c_str());
+      break;
+  }
+}
+
+void Router::refuse(const char* reason) {
+  ++stats_.refused[reason];
+  here().log(Warning, "request not forwarded, connection closed: %s\n", reason);
+}
+
+void Router::handle_own(const Request& request, const Client& client) {
+  auto* const table = client.is_privileged() ? privileged_methods : open_methods;
+  if (kestro_jrpc_router_eval_notification(request.object(), table) == 0) {
+    ++stats_.handled;
+  } else {
+    refuse("no_id");
+  }
+}
+
+bool Router::is_busy() const {
+  return maintenance_ || draining_ || in_flight_.size() >= options_.max_in_flight;
+}
+
+void Router::set_maintenance(bool enabled) {
+  maintenance_ = enabled;
+  here().log(Warning, "maintenance %s\n", enabled ? "on: every request is answered busy" : "off");
+}
+
+std::chrono::nanoseconds Router::time_for(const std::string& method) const {
+  const auto row = options_.method_timeouts.find(method);
+  const double seconds = row != options_.method_timeouts.end() ? row->second : attempts_for_method(method.c_str());
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));
+}
+
+// ---- Operating ----
+
+asio::awaitable<void> Router::keep_stats() {
+  while (!ended_) {
+    stats_.clients = clients_.size();
+    stats_.in_flight = in_flight_.size();
+    stats_variable_.publish(stats_);
+    notify("WATCHDOG=1\nSTATUS=" + std::to_string(stats_.clients) + " clients, " + std::to_string(stats_.in_flight) +
+           " requests in flight" + (maintenance_ ? ", maintenance" : ""));
+    stats_timer_.expires_after(1s);
+    asio::error_code woken;
+    co_await stats_timer_.async_wait(use_result(woken));
+  }
+}
+
+// Everything that is awaited anywhere comes to its end here, so that the loop runs out of work.
+asio::awaitable<void> Router::end_on_signal() {
+  asio::error_code failed;
+  co_await signals_.async_wait(use_result(failed));
+  signals_.async_wait([this](const asio::error_code& stopped, int) {
+    if (!stopped) end_at_once();
+  });
+  co_await drain();
+  for (Client* client : clients_) client->abandon("shutting_down");
+  ended_ = true;
+  stats_timer_.cancel();
+  bus_.stop();
+  signals_.cancel();
+}
+
+asio::awaitable<void> Router::drain() {
+  notify("STOPPING=1");
+  here().log(Info, "ending: %zu requests in flight\n", in_flight_.size());
+  draining_ = true;
+  stop_listening();
+  co_await wait_until(options_.drain_timeout, [this] { return in_flight_.size() == 0; });
+  in_flight_.give_up_all();
+  windows_.wake_all();
+  for (Client* client : reading_) client->abandon("shutting_down");
+  co_await wait_until(last_writes, [this] { return clients_.empty(); });
+  here().log(Info, "ended: %llu accepted, %llu answered, %llu busy, %llu timed out\n",
+             static_cast<unsigned long long>(stats_.accepted), static_cast<unsigned long long>(stats_.answered),
+             static_cast<unsigned long long>(stats_.busy), static_cast<unsigned long long>(stats_.timed_out));
+}
+
+asio::awaitable<void> Router::wait_until(std::chrono::duration<double> limit, std::function<bool()> done) {
+  asio::steady_timer timer(io_);
+  asio::error_code ignored;
+  const auto deadline = InFlight::Clock::now() + limit;
+  while (!done() && InFlight::Clock::now() < deadline) {
+    timer.expires_after(10ms);
+    co_await timer.async_wait(use_result(ignored));
+  }
+}
+
+void Router::stop_listening() {
+  for (auto& listener : listeners_) {
+    asio::error_code ignored;
+    listener.readable.close(ignored);
+  }
+  client_left_.cancel();
+  if (!options_.listen_unix.empty()) unlink(options_.listen_unix.c_str());
+}
+
+void Router::end_at_once() {
+  stop_listening();
+  _exit(1);
+}
+
+}  // namespace kestro::routerd

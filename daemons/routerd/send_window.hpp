@@ -1,0 +1,73 @@
+// How much may be on its way to the services of one channel. A publisher drops what a connection cannot take, so
+// requests beyond that wait here until earlier ones are answered, which shows that they have arrived.
+#ifndef KESTRO_ROUTERD_SEND_WINDOW_HPP
+#define KESTRO_ROUTERD_SEND_WINDOW_HPP
+
+#include <asio/awaitable.hpp>
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <chrono>
+#include <list>
+#include <map>
+#include <string>
+
+namespace kestro::routerd {
+
+class SendWindow {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  explicit SendWindow(size_t capacity) : capacity_(capacity) {}
+
+  // Bytes in the window, from enter() until the object goes or they have surely been taken.
+  class Place {
+   public:
+    explicit Place(SendWindow& window) : window_(window) {}
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+    ~Place();
+
+    // Waits, in the order of arrival, until there is room. False when the deadline passes or the request is given up
+    // first.
+    asio::awaitable<bool> enter(asio::io_context& io, size_t bytes, Clock::time_point deadline, const bool& given_up);
+
+   private:
+    friend class SendWindow;
+    void wake() noexcept;
+
+    SendWindow& window_;
+    size_t bytes_ = 0;
+    Clock::time_point settled_{};
+    bool inside_ = false;
+    asio::steady_timer* waiting_ = nullptr;
+  };
+
+  // Lets everybody who waits look whether the request was given up.
+  void wake_all() noexcept;
+
+ private:
+  [[nodiscard]] bool has_room(size_t bytes);
+  void wake_first() noexcept;
+
+  size_t capacity_;
+  size_t used_ = 0;
+  std::list<Place*> inside_;   // by the time of entering
+  std::list<Place*> waiting_;  // by the time of arrival
+};
+
+class SendWindows {
+ public:
+  explicit SendWindows(size_t capacity) : capacity_(capacity) {}
+  SendWindow& of(const std::string& channel) { return windows_.try_emplace(channel, capacity_).first->second; }
+  void wake_all() {
+    for (auto& [channel, window] : windows_) window.wake_all();
+  }
+
+ private:
+  size_t capacity_;
+  std::map<std::string, SendWindow> windows_;
+};
+
+}  // namespace kestro::routerd
+
+#endif

@@ -1,0 +1,250 @@
+// What the router makes of a request, and of its answer.
+
+#include "routerd/request.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "kestro_jrpc.h"
+#include "support/named.hpp"
+
+namespace kestro::test {
+namespace {
+
+using routerd::read_response_head;
+using routerd::Request;
+
+struct Objection {
+  const char* name;
+  const char* text;
+  const char* word;
+};
+
+std::ostream& operator<<(std::ostream& out, const Objection& o) {
+  return out << o.name;
+}
+
+const Objection objections[] = {
+    {"Broken", "{", "no_json"},
+    {"Nothing", "", "no_json"},
+    {"DuplicateKey", R"({"method":"a","id":1,"id":2})", "no_json"},
+    {"Array", "[1,2]", "no_object"},
+    {"Number", "5", "no_object"},
+    {"NoMethod", R"({"jsonrpc":"2.0","id":1})", "no_method"},
+    {"MethodOfAnotherType", R"({"method":5,"id":1})", "no_method"},
+    {"TrueAsId", R"({"method":"a","id":true})", "bad_id"},
+    {"NullAsId", R"({"method":"a","id":null})", "bad_id"},
+    {"ObjectAsId", R"({"method":"a","id":{}})", "bad_id"},
+    {"MethodIsLookedAtBeforeTheId", R"({"id":true})", "no_method"},
+    {"TextAsTransaction", R"({"method":"a","id":1,"transaction_id":"1"})", "bad_transaction_id"},
+    {"NullAsTransaction", R"({"method":"a","id":1,"transaction_id":null})", "bad_transaction_id"},
+    {"TrueAsTransaction", R"({"method":"a","id":1,"transaction_id":true})", "bad_transaction_id"},
+};
+
+class Objections : public testing::TestWithParam<Objection> {};
+
+TEST_P(Objections, AreNamed) {
+  EXPECT_STREQ(Request(GetParam().text).objection(), GetParam().word);
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, Objections, testing::ValuesIn(objections), name_of<Objection>);
+
+TEST(RequestOf, SoundTextHasNoObjection) {
+  for (const char* text : {R"({"jsonrpc":"2.0","method":"ports.Get","id":1})", R"({"method":"ports.Get","id":""})",
+                           R"({"method":"ports.Get","id":1.5,"transaction_id":-2.5})"}) {
+    const Request request(text);
+    EXPECT_EQ(request.objection(), nullptr) << text;
+    EXPECT_FALSE(request.is_notification()) << text;
+    EXPECT_EQ(request.method(), "ports.Get") << text;
+  }
+}
+
+TEST(RequestOf, TextWithoutIdIsANotification) {
+  const Request request(R"({"jsonrpc":"2.0","method":"logger.ReloadConf"})");
+  EXPECT_EQ(request.objection(), nullptr);
+  EXPECT_TRUE(request.is_notification());
+}
+
+std::string on_the_bus(Request& request) {
+  return Text(json_dumps(request.object(), JSON_COMPACT | JSON_ENSURE_ASCII)).get();
+}
+
+TEST(RequestOnTheBus, CarriesTheRoutersOwnNumberAndChannel) {
+  Request request(R"({"jsonrpc":"2.0","method":"a","params":{"x":[1]},"id":"mine","transaction_id":9.5})");
+  const size_t size = request.address(77);
+  EXPECT_EQ(on_the_bus(request),
+            R"({"jsonrpc":"2.0","method":"a","params":{"x":[1]},"id":")" KESTRO_JRPC_CHANNEL_ROUTER_REPLY
+            R"(","transaction_id":77})");
+  EXPECT_EQ(size, on_the_bus(request).size());
+}
+
+TEST(RequestOnTheBus, SizeIsThatOfTheEscapedText) {
+  Request request("{\"method\":\"a\",\"params\":{\"x\":\"\xe2\x82\xac\"},\"id\":1}");
+  const size_t size = request.address(77);
+  EXPECT_EQ(size, on_the_bus(request).size());
+  EXPECT_THAT(on_the_bus(request), testing::HasSubstr("\\u20AC"));
+}
+
+struct Answer {
+  const char* name;
+  const char* request;
+  const char* from_service;
+  const char* to_client;
+  const char* with_strict_id;
+};
+
+std::ostream& operator<<(std::ostream& out, const Answer& a) {
+  return out << a.name;
+}
+
+const Answer answers[] = {
+    {"Integer", R"({"method":"a","id":5,"transaction_id":12})",
+     R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":77})",
+     R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":12})",
+     R"({"jsonrpc":"2.0","id":5,"result":0,"transaction_id":12})"},
+    {"Real", R"({"method":"a","id":"x","transaction_id":13.5})",
+     R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":77})",
+     R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":13.5})",
+     R"({"jsonrpc":"2.0","id":"x","result":0,"transaction_id":13.5})"},
+    {"RealWithoutFraction", R"({"method":"a","id":1.0,"transaction_id":1e2})",
+     R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":77})",
+     R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":100.0})",
+     R"({"jsonrpc":"2.0","id":1.0,"result":0,"transaction_id":100.0})"},
+    {"Wide", R"({"method":"a","id":-9223372036854775808,"transaction_id":9223372036854775807})",
+     R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":77})",
+     R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":9223372036854775807})",
+     R"({"jsonrpc":"2.0","id":-9223372036854775808,"result":0,"transaction_id":9223372036854775807})"},
+    {"Absent", R"({"method":"a","id":5})", R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":77})",
+     R"({"jsonrpc":"2.0","id":"a","result":0})", R"({"jsonrpc":"2.0","id":5,"result":0})"},
+    {"InTheMiddle", R"({"method":"a","id":5,"transaction_id":12})",
+     R"({"jsonrpc":"2.0","id":"a","transaction_id":77,"error":{"code":1}})",
+     R"({"jsonrpc":"2.0","id":"a","transaction_id":12,"error":{"code":1}})",
+     R"({"jsonrpc":"2.0","id":5,"transaction_id":12,"error":{"code":1}})"},
+    {"OnlyTheOutermost", R"({"method":"a","id":5})",
+     R"({"jsonrpc":"2.0","id":"a","result":{"id":1,"transaction_id":77},"transaction_id":77})",
+     R"({"jsonrpc":"2.0","id":"a","result":{"id":1,"transaction_id":77}})",
+     R"({"jsonrpc":"2.0","id":5,"result":{"id":1,"transaction_id":77}})"},
+    {"BytesOfTheServiceAreKept", R"({"method":"a","id":5,"transaction_id":1})",
+     "{ \"id\" : \"a\",\n\"result\":1.50, \"transaction_id\" :77 }",
+     "{ \"id\" : \"a\",\n\"result\":1.50, \"transaction_id\" :1 }",
+     "{ \"id\" : 5,\n\"result\":1.50, \"transaction_id\" :1 }"},
+    {"EscapedKeys", R"({"method":"a","id":5,"transaction_id":12})",
+     R"({"\u0069d":"a","result":0,"transaction\u005fid":77})", R"({"id":"a","result":0,"transaction_id":12})",
+     R"({"id":5,"result":0,"transaction_id":12})"},
+    {"EscapedKeyThatGoes", R"({"method":"a","id":"\u20ac"})", R"({"id":"a","transaction\u005fid":77,"result":0})",
+     R"({"id":"a","result":0})", R"({"id":"\u20AC","result":0})"},
+};
+
+class Answers : public testing::TestWithParam<Answer> {
+ protected:
+  Request request_{GetParam().request};
+  const std::string from_service_ = GetParam().from_service;
+};
+
+TEST_P(Answers, AreRestored) {
+  EXPECT_EQ(request_.restore(from_service_, false), GetParam().to_client);
+}
+
+TEST_P(Answers, CarryTheClientsIdWhereThatIsAskedFor) {
+  EXPECT_EQ(request_.restore(from_service_, true), GetParam().with_strict_id);
+}
+
+TEST_P(Answers, AreRestoredWhenTheRequestIsForgotten) {
+  ASSERT_GT(request_.address(77), 0U);
+  request_.forget_object();
+  EXPECT_EQ(request_.restore(from_service_, true), GetParam().with_strict_id);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfServices, Answers, testing::ValuesIn(answers), name_of<Answer>);
+
+struct Canned {
+  const char* name;
+  const char* members;    // of the request
+  const char* in_answer;  // the client's "id" in the router's own answers
+  const char* strict;     // and with strict ids
+  const char* number;     // the "transaction_id" in them, or null
+};
+
+std::ostream& operator<<(std::ostream& out, const Canned& c) {
+  return out << c.name;
+}
+
+const Canned canned[] = {
+    {"Text", R"("id":"mine")", R"("mine")", R"("mine")", nullptr},
+    {"EmptyText", R"("id":"")", R"("")", R"("")", nullptr},
+    {"Number", R"("id":7)", R"("7")", "7", nullptr},
+    {"Negative", R"("id":-7)", R"("-7")", "-7", nullptr},
+    {"Fraction", R"("id":7.5)", R"("7.5")", "7.5", nullptr},
+    {"Transaction", R"("id":7,"transaction_id":12)", R"("7")", "7", "12"},
+    {"ZeroTransaction", R"("id":7,"transaction_id":0)", R"("7")", "7", "0"},
+    {"RealTransaction", R"("id":7,"transaction_id":12.5)", R"("7")", "7", "12.5"},
+    {"WideTransaction", R"("id":7,"transaction_id":4294967296)", R"("7")", "7", "4294967296"},
+};
+
+class CannedAnswers : public testing::TestWithParam<Canned> {
+ protected:
+  static std::string member(const char* name, const char* value) {
+    return value != nullptr ? std::string(",\"") + name + "\":" + value : "";
+  }
+  Request request_{std::string(R"({"jsonrpc":"2.0","method":"ports.Get",)") + GetParam().members + "}"};
+};
+
+TEST_P(CannedAnswers, Busy) {
+  const auto busy = [](const char* id) {
+    return std::string(R"({"jsonrpc":"2.0","id":)") + id +
+           R"(,"error":{"code":-32014,"message":"System is busy.","data":null})" +
+           member("transaction_id", GetParam().number) + "}";
+  };
+  EXPECT_EQ(request_.busy(false), busy(GetParam().in_answer));
+  EXPECT_EQ(request_.busy(true), busy(GetParam().strict));
+}
+
+TEST_P(CannedAnswers, TimedOut) {
+  const auto timed_out = [](const char* id) {
+    return std::string(R"({"jsonrpc":"2.0")") + member("transaction_id", GetParam().number) + R"(,"id":)" + id +
+           R"(,"error":{"code":-32005,"message":"Command timed out","data":null}})";
+  };
+  EXPECT_EQ(request_.timed_out(false), timed_out(GetParam().in_answer));
+  EXPECT_EQ(request_.timed_out(true), timed_out(GetParam().strict));
+}
+
+TEST_P(CannedAnswers, StandAlsoOnceTheRequestIsOnTheBus) {
+  const auto before = request_.timed_out(false);
+  ASSERT_GT(request_.address(77), 0U);
+  EXPECT_EQ(request_.timed_out(false), before);
+  request_.forget_object();
+  EXPECT_EQ(request_.timed_out(false), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfTheRouter, CannedAnswers, testing::ValuesIn(canned), name_of<Canned>);
+
+TEST(ResponseHead, SaysWhoseItIs) {
+  const auto head = read_response_head(R"({"jsonrpc":"2.0","id":"ports.Get","result":0,"transaction_id":77})");
+  EXPECT_TRUE(head.sound);
+  EXPECT_EQ(head.number, 77);
+  EXPECT_EQ(head.method, "ports.Get");
+}
+
+TEST(ResponseHead, OfWhatIsNoObjectIsNotSound) {
+  for (const char* text : {"", "{", "5", "[]", "\"text\"", R"({"id":"a","id":"b"})"}) {
+    EXPECT_FALSE(read_response_head(text).sound) << text;
+  }
+}
+
+TEST(ResponseHead, WithoutANumberBelongsToNobody) {
+  for (const char* text : {R"({"id":"a"})", R"({"id":"a","transaction_id":"77"})",
+                           R"({"id":"a","transaction_id":77.0})", R"({"id":"a","transaction_id":null})"}) {
+    EXPECT_TRUE(read_response_head(text).sound) << text;
+    EXPECT_EQ(read_response_head(text).number, -1) << text;
+  }
+}
+
+TEST(ResponseHead, WithoutAMethodHasNone) {
+  EXPECT_EQ(read_response_head(R"({"id":5,"transaction_id":77})").method, "");
+  EXPECT_EQ(read_response_head(R"({"transaction_id":77})").method, "");
+}
+
+}  // namespace
+}  // namespace kestro::test
