@@ -91,7 +91,7 @@ TEST(Dhcp, WithoutADynamicRange) {
 }
 
 TEST(Dhcp, LongNamesAreCut) {
-  for (const size_t length : {0, 49, 50, 51, 60}) {
+  for (const size_t length : {0U, 49U, 50U, 51U, 60U}) {
     const std::string name(length, 'n');
     const Parsed got(service_with("service_name", "\"" + name + "\""), Owned::leases);
     EXPECT_EQ(got.status, 0);

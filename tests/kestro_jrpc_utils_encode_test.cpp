@@ -70,7 +70,7 @@ int32_t populate(JsonOut& out, std::vector<std::array<char, sizeof(mac_str)>>& l
 
 TEST(MacArray, HoldsTheFirst512) {
   const LogLevel off(0);
-  for (const size_t count : {0, 1, 511, 512, 513, 600}) {
+  for (const size_t count : {0U, 1U, 511U, 512U, 513U, 600U}) {
     auto list = addresses(count);
     JsonOut out;
     EXPECT_EQ(populate(out, list), 0);
