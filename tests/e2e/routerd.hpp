@@ -87,9 +87,9 @@ class Connection {
   [[nodiscard]] std::string receive(size_t piece = 65'536) const {
     std::string text;
     std::string buffer(piece, '\0');
-    for (ssize_t count = 0; (count = ::recv(socket_.get(), buffer.data(), buffer.size(), 0)) > 0;) {
-      text.append(buffer.data(), static_cast<size_t>(count));
-    }
+    // A child that stops or goes on interrupts a receive that has a time limit.
+    const auto next = [&] { return TEMP_FAILURE_RETRY(::recv(socket_.get(), buffer.data(), buffer.size(), 0)); };
+    for (ssize_t count = 0; (count = next()) > 0;) text.append(buffer.data(), static_cast<size_t>(count));
     return text;
   }
   std::string call(std::string_view text) const {
