@@ -1,6 +1,7 @@
 #include "routerd/router.hpp"
 
 #include <jansson.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -355,6 +356,7 @@ void Router::stop_listening() {
 
 void Router::end_at_once() {
   stop_listening();
+  shm_unlink(options_.stats_name.c_str());
   _exit(1);
 }
 

@@ -197,6 +197,7 @@ TEST_P(RouterdEnd, ComesAtOnceWithASecondSignal) {
   EXPECT_EQ(road.router().wait(), 1);
   EXPECT_EQ(held.receive(), "");
   EXPECT_FALSE(std::filesystem::exists(road.path()));
+  EXPECT_FALSE(std::filesystem::exists("/dev/shm" + road.stats_name()));
 }
 
 TEST_P(RouterdEnd, ComesUnderAFloodToo) {
