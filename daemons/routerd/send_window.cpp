@@ -40,6 +40,7 @@ void SendWindow::Place::wake() noexcept {
 }
 
 SendWindow::Place::~Place() {
+  window_.waiting_.remove(this);  // still there when the wait itself was dropped
   if (!inside_) return;
   window_.used_ -= bytes_;
   window_.inside_.remove(this);
