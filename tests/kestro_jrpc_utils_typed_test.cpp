@@ -187,6 +187,7 @@ TEST_P(Typed, MissingMember) {
     EXPECT_EQ(status, -35);
     EXPECT_EQ(output, reader.empty != nullptr ? reader.empty : "null");
     EXPECT_EQ(request.explanation(), "Missing expected parameter: 'value'");
+    EXPECT_THAT(log, HasLog(Verbose, module, reader.type.announcement));
     EXPECT_EQ(count_log_lines(log, reader.type.absent_severity, module, reader.type.absent), 1);
     EXPECT_THAT(log, HasLog(Debug, module, "Sending debug message: Missing expected parameter: 'value'\n"));
   }
