@@ -303,10 +303,11 @@ int32_t kestro_jrpc_utils_retrieve_input_ports_hardware(const json_t* params, js
  * What the caller owns:
  *
  *   0            `*filters`, a new array, to be released with free()
- *   -22          nothing: memory ran out, and `*filters` is null
+ *   -22          nothing: memory ran out, and `*filters` is null; `*n_filters` is the size of the list
  *   -20          nothing: an argument is null (`err_data` and `params`, too), and the outputs are untouched
  *   -31, -34,    nothing. Of a member that is missing or no list the outputs are null and 0. After an element that was
- *   -35          refused, `*filters` is an address that has been released, not to be used or freed again.
+ *   -35          refused, `*filters` is an address that has been released, not to be used or freed again, and
+ *                `*n_filters` is still the size of the list.
  */
 int32_t kestro_jrpc_utils_retrieve_input_mac_filters(const json_t* params, json_t** err_data, const char* param_name,
                                                      struct kestro_mac_filter** filters, int32_t* n_filters,
@@ -314,8 +315,8 @@ int32_t kestro_jrpc_utils_retrieve_input_mac_filters(const json_t* params, json_
 
 /*
  * What is asked of a secure port: "current", "enable", "disable" or "clear". Whatever is asked is logged at CONFIG.
- * Returns 0; -31 for any failure: also for a null pointer, which leaves `*option` untouched, and a missing member. After
- * all others it is KESTRO_DATA_SECURE_CURRENT, which asks for no change.
+ * Returns 0; -31 for any failure: also for a null pointer, which leaves `*option` untouched, and a missing member.
+ * After all others it is KESTRO_DATA_SECURE_CURRENT, which asks for no change.
  */
 int32_t kestro_jrpc_utils_parse_input_secure_option(const json_t* params, json_t** err_data, const char* param_name,
                                                     kestro_data_secure_options* option) KESTRO_NOEXCEPT;
@@ -328,7 +329,8 @@ int32_t kestro_jrpc_utils_parse_input_secure_option(const json_t* params, json_t
  * An array of the texts of the first 512 addresses. A text that cannot become JSON (no UTF-8, or memory runs out) ends
  * the array early, with a WARNING; that counts as success.
  *
- * Returns 0; -20 for null; -22 when the array cannot be made; -1 when it cannot grow. `*json_macs` is null then.
+ * Returns 0; -20 for null, except for `mac_addresses` when `count` is 0; -22 when the array cannot be made; -1 when it
+ * cannot grow. After a failure `*json_macs` is null.
  */
 int32_t kestro_jrpc_utils_populate_json_mac_addresses_array(json_t** json_macs, mac_str* mac_addresses,
                                                             int32_t count) KESTRO_NOEXCEPT;
@@ -343,7 +345,10 @@ json_t* kestro_jrpc_utils_populate_vid_array(const int32_t* vids, int32_t n_vids
 int32_t kestro_jrpc_utils_json_obj_set_vid_array(json_t* json_root, const char* name, const int32_t* vids,
                                                  const int32_t n_vids) KESTRO_NOEXCEPT;
 
-/* Appends a text to an array. Returns 0; -30, with the array as it was, for whatever is null, no array or no UTF-8. */
+/*
+ * Appends a copy of a text to an array. Returns 0; -30, with the array as it was, for whatever is null, no array or no
+ * UTF-8, or when memory runs out.
+ */
 int32_t kestro_jrpc_utils_append_string_array(json_t* json_array, const char* str) KESTRO_NOEXCEPT;
 
 /*
@@ -363,14 +368,15 @@ json_t* kestro_jrpc_utils_encode_all_mac_addresses_connected(int32_t nmemb,
 /* ---- Reading the answers of other daemons ---- */
 
 /*
- * The member "result" of an answer, an integer of which the lower 32 bits are taken. Returns 0; -4 for null; -31, with
- * 0, when there is none or it is no integer.
+ * The member "result" of an answer, an integer of which the lower 32 bits are taken. Returns 0; -4 for null, with the
+ * output untouched; -31, with 0, when there is none or it is no integer.
  */
 int32_t kestro_jrpc_utils_api_decode_api_result(json_t* result_in, int32_t* api_return_code_out) KESTRO_NOEXCEPT;
 
 /*
  * The text at `idx` of an array, into a buffer of `sz` bytes. A text that does not fit is cut, with a WARNING; that
- * counts as success. Returns 0; -20 for null; -31 when there is no array, element or text.
+ * counts as success. Returns 0; -20 for null; -31 when there is no array, element or text. After a failure the buffer
+ * is empty.
  */
 int32_t kestro_jrpc_utils_api_get_string_from_array(json_t* json_array, const int32_t idx, char* buf,
                                                     int32_t sz) KESTRO_NOEXCEPT;
@@ -378,7 +384,7 @@ int32_t kestro_jrpc_utils_api_get_string_from_array(json_t* json_array, const in
 /*
  * The first `nmemb` texts of the array `name` of an object, into as many buffers of `szmemb` bytes each, read as above.
  * Returns 0; -20 for null, and when there is no such member; -30 when `result` is no object; -31. The first failure
- * ends the reading: buffers before the one that failed are filled, those behind it untouched.
+ * ends the reading: buffers before the one that failed are filled, that one is empty, those behind it are untouched.
  */
 int32_t kestro_jrpc_utils_retrieve_string_array(json_t* result, const char* name, char** bufs, const int32_t nmemb,
                                                 const int32_t szmemb) KESTRO_NOEXCEPT;
@@ -391,8 +397,8 @@ int32_t kestro_jrpc_utils_retrieve_string_array(json_t* result, const char* name
  * "ip" (validate_ip_address) and "mac" (validate_mac_address, kept as it is written). Longer texts are cut to their
  * fields before they are validated. The record is emptied first: what it held is not released.
  *
- * Returns 0, or -4 with the reason in `err`; -4 and a DEBUG line, with the outputs untouched, when `dhcp` or `err` is
- * null.
+ * Returns 0, with `err` untouched; -4 with the reason in `err`; -4 and a DEBUG line, with the outputs untouched, when
+ * `dhcp` or `err` is null. A text may be cut inside a character: then it is no UTF-8, nor is a reason that shows it.
  *
  * What the caller owns afterwards:
  *
@@ -408,7 +414,8 @@ int32_t kestro_jrpc_utils_retrieve_string_array(json_t* result, const char* name
  * In short: free(dhcp->static_leases) after success and after a reason that ends in "has invalid format", never
  * otherwise.
  *
- * Fields that were read before the failure keep their values. When memory runs out the process ends, as in
+ * Fields that were read before the failure keep their values. After a lease that was refused `n_leases` is still the
+ * size of the list; where the leases are owned, those behind it are zero. When memory runs out the process ends, as in
  * kestro_malloc.h.
  */
 int32_t kestro_jrpc_utils_parse_service_dhcp(json_t* dhcp_obj, struct address_pool* dhcp,
@@ -423,7 +430,7 @@ int32_t kestro_jrpc_utils_parse_service_dhcp(json_t* dhcp_obj, struct address_po
  */
 int32_t kestro_json_parse_rcfg_init_vals(struct router_cfg* rcfg, json_t* obj) KESTRO_NOEXCEPT;
 
-/* The same from a text. -1 for a text that is no JSON, too. */
+/* The same from a text; of a member that is repeated the last one counts. -1 for null and for what is no JSON, too. */
 int32_t kestro_json_parse_rcfg_init_vals_from_str(struct router_cfg* rcfg, const char* json) KESTRO_NOEXCEPT;
 
 KESTRO_END_DECLS

@@ -213,14 +213,17 @@ TEST_P(BrokenDhcp, KeepsWhatWasReadBefore) {
 
 INSTANTIATE_TEST_SUITE_P(All, BrokenDhcp, testing::ValuesIn(cases), name_of<Case>);
 
-// What the caller owns after an invalid lease can be read: the leases before it, and what was refused.
+// What the caller owns after an invalid lease can be read: the leases before it, what was refused, and empty ones.
 TEST(Dhcp, LeasesAreThereAfterAnInvalidOne) {
-  const Parsed got(service_with("static_leases", R"([{"ip":"10.0.0.2","mac":"AA:BB:CC:DD:EE:FF"},{"ip":"none"}])"),
+  const Parsed got(service_with("static_leases", R"([{"ip":"10.0.0.2","mac":"AA:BB:CC:DD:EE:FF"},{"ip":"none"},{}])"),
                    Owned::leases);
   ASSERT_EQ(got.status, -4);
   EXPECT_STREQ(got.pool.static_leases[0].mac, "AA:BB:CC:DD:EE:FF");
   EXPECT_STREQ(got.pool.static_leases[1].ip, "none");
   EXPECT_STREQ(got.pool.static_leases[1].mac, "");
+  ASSERT_EQ(got.pool.n_leases, 3);
+  const static_lease zeros{};
+  EXPECT_EQ(memcmp(&got.pool.static_leases[2], &zeros, sizeof(zeros)), 0);
 }
 
 TEST(Dhcp, WhatIsNoObjectHasNoMembers) {

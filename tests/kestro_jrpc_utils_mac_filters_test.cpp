@@ -175,6 +175,7 @@ TEST(MacFilters, MemoryRunsOut) {
     EXPECT_TRUE(no_memory.fired());
     EXPECT_EQ(got.status, -22) << list;
     EXPECT_EQ(got.filters, nullptr) << list;
+    EXPECT_EQ(got.count, static_cast<int32_t>(json_array_size(json_of(list).get())));
   }
 }
 

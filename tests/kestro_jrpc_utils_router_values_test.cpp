@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 #include "kestro_jrpc_utils.h"
@@ -114,6 +115,16 @@ TEST_P(RouterFieldDeathTest, TheProcessCannotSurvive) {
       testing::KilledBySignal(SIGABRT), "overflow detected");
 }
 
+// Of several that are too long, the first in the order of the record is told.
+TEST(RouterValuesDeathTest, FieldsAreReadInTheirOrder) {
+  const Json object(json_object());
+  for (size_t last = std::size(fields); last-- > 0;) {
+    json_object_set_new(object.get(), fields[last].name, json_string(std::string(64, 'x').c_str()));
+    const std::string why = std::string("overflow detected: ") + fields[last].name + " has 64 characters";
+    EXPECT_EXIT(Router().parse(text_of(object.get())), testing::KilledBySignal(SIGABRT), why);
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(All, RouterField, testing::ValuesIn(fields), name_of<Field>);
 INSTANTIATE_TEST_SUITE_P(All, RouterFieldDeathTest, testing::ValuesIn(fields), name_of<Field>);
 
@@ -138,6 +149,13 @@ TEST(RouterValuesText, IsRead) {
   Router router;
   EXPECT_EQ(router.parse_text(R"( {"model":"VTR-R6620GT"} )"), 0);
   EXPECT_STREQ(router.values.model, "VTR-R6620GT");
+}
+
+// Unlike a request, a stored text may repeat a member: the last one counts.
+TEST(RouterValuesText, TheLastOfRepeatedMembersCounts) {
+  Router router;
+  EXPECT_EQ(router.parse_text(R"({"model":"first","sw_version":"1","model":"last"})"), 0);
+  EXPECT_STREQ(router.values.model, "last");
 }
 
 TEST(RouterValuesText, EmptyObjectChangesNothing) {

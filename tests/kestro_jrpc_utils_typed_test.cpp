@@ -187,6 +187,7 @@ TEST_P(Typed, MissingMember) {
     EXPECT_EQ(status, -35);
     EXPECT_EQ(output, reader.empty != nullptr ? reader.empty : "null");
     EXPECT_EQ(request.explanation(), "Missing expected parameter: 'value'");
+    EXPECT_THAT(log, HasLog(Verbose, module, reader.type.announcement));
     EXPECT_EQ(count_log_lines(log, reader.type.absent_severity, module, reader.type.absent), 1);
     EXPECT_THAT(log, HasLog(Debug, module, "Sending debug message: Missing expected parameter: 'value'\n"));
   }
@@ -524,9 +525,20 @@ TEST(TypedFloat, IsReadFromAText) {
     const char* text;
     float expected;
   } cases[] = {
-      {"1.5", 1.5F},    {"-2", -2.0F},      {"1e3", 1000.0F}, {"0x1p4", 16.0F},          {"", 0.0F},
-      {"none", 0.0F},   {"2.5 dB", 2.5F},   {"0.1", 0.1F},    {"16777217", 16777216.0F}, {"1e300", HUGE_VALF},
-      {"1e-300", 0.0F}, {"inf", HUGE_VALF},
+      {"1.5", 1.5F},
+      {"-2", -2.0F},
+      {"1e3", 1000.0F},
+      {"0x1p4", 16.0F},
+      {"", 0.0F},
+      {"none", 0.0F},
+      {"2.5 dB", 2.5F},
+      {"0.1", 0.1F},
+      {"16777217", 16777216.0F},
+      {"1e300", HUGE_VALF},
+      {"1e-300", 0.0F},
+      {"inf", HUGE_VALF},
+      // Just above the middle of two floats, but by less than a double can tell: it is a double first.
+      {"1.00000005960464477539062500001", 1.0F},
   };
   const LogLevel off(0);
   for (const auto& each : cases) {
