@@ -18,34 +18,12 @@
 #include "support/json.hpp"
 #include "support/log.hpp"
 #include "support/router.hpp"
+#include "support/scarce_json.hpp"
 
 namespace kestro::test {
 namespace {
 
 constexpr const char* module = "kestro_jrpc";
-
-int countdown = 0;  // 0: disarmed
-
-void* scarce_malloc(size_t size) {
-  if (countdown > 0 && --countdown == 0) return nullptr;
-  return malloc(size);
-}
-
-// The nth allocation of a JSON value fails while the object lives.
-class ScarceJson {
- public:
-  explicit ScarceJson(int nth) {
-    countdown = nth;
-    json_set_alloc_funcs(scarce_malloc, free);
-  }
-  ScarceJson(const ScarceJson&) = delete;
-  ScarceJson& operator=(const ScarceJson&) = delete;
-  ~ScarceJson() {
-    json_set_alloc_funcs(malloc, free);
-    countdown = 0;
-  }
-  [[nodiscard]] static bool fired() { return countdown == 0; }
-};
 
 // Runs an operation again and again, failing another allocation each time, until none is left to fail: then it must
 // succeed. `check` judges each run by its status. Returns what was logged on the way.
@@ -64,7 +42,7 @@ std::string exhaust(const Run& run) {
     log += stderr_of([&] {
       const ScarceJson scarce(nth);
       status = run.operation();
-      fired = ScarceJson::fired();
+      fired = scarce.fired();
     });
     if (!fired) {
       EXPECT_EQ(status, 0);

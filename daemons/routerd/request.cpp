@@ -15,7 +15,7 @@ Json another_reference(json_t* value) noexcept {
 }
 
 std::string encoded(const json_t* value) {
-  const Text text(json_dumps(value, JSON_COMPACT | JSON_ENSURE_ASCII | JSON_ENCODE_ANY));
+  const Text text = encode_json(value, JSON_COMPACT | JSON_ENSURE_ASCII | JSON_ENCODE_ANY);
   return text ? text.get() : "";
 }
 

@@ -16,9 +16,11 @@
 
 #include "core/owned.hpp"
 #include "core/site.hpp"
+#include "core/status.hpp"
 #include "kestro_jrpc.h"
 #include "kestro_jrpc/await.hpp"
 #include "kestro_jrpc/envelope.hpp"
+#include "kestro_jrpc/evaluate.hpp"
 #include "kestro_lsyslog.h"
 #include "kestro_socket.h"
 #include "routerd/notify.hpp"
@@ -42,9 +44,9 @@ Router* serving = nullptr;
 
 int32_t set_maintenance(json_t* params, json_t** /*result*/, json_t** /*err_data*/) {
   const json_t* const enable = json_object_get(params, "enable");
-  if (!json_is_boolean(enable)) return -35;
+  if (!json_is_boolean(enable)) return status::not_found;
   serving->set_maintenance(json_is_true(enable));
-  return 0;
+  return status::ok;
 }
 
 kestro_jrpc_mapping_t privileged_methods[] = {
@@ -56,6 +58,13 @@ kestro_jrpc_mapping_t open_methods[] = {
     {"logger.ReloadConf", kestro_lsyslog_reload_conf_api},
     {nullptr, nullptr},
 };
+
+// Whether a notification is for others than this client, so that the log and the counters can say so.
+bool is_forbidden(const Request& request, const Client& client) {
+  const char* const method = json_string_value(json_object_get(request.object(), "method"));
+  if (method == nullptr || client.is_privileged()) return false;
+  return find_method(open_methods, method) == nullptr && find_method(privileged_methods, method) != nullptr;
+}
 
 }  // namespace
 
@@ -212,6 +221,10 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
   }
   InFlight::Entry entry(in_flight_, io_, request.method(), InFlight::Clock::now() + time_for(request.method()));
   const Text channel(kestro_jrpc_router_extract_channel(request.method().c_str()));
+  if (!channel) {
+    refuse("out_of_memory");
+    co_return std::string();
+  }
   const size_t size = strlen(channel.get()) + 1 + request.address(entry.number());
   if (size > bus_message_limit) {
     refuse("too_large");
@@ -271,7 +284,7 @@ void Router::handle_own(const Request& request, const Client& client) {
   if (kestro_jrpc_router_eval_notification(request.object(), table) == 0) {
     ++stats_.handled;
   } else {
-    refuse("no_id");
+    refuse(is_forbidden(request, client) ? "not_permitted" : "no_id");
   }
 }
 

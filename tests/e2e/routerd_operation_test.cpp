@@ -62,7 +62,7 @@ TEST(RouterdMaintenance, IsNotForTcpClients) {
   const Road road;
   EXPECT_EQ(road.connect_by_tcp().call(on), "");
   EXPECT_EQ(road.call(echo), echoed);
-  EXPECT_TRUE(road.counts("no_id", 1));
+  EXPECT_TRUE(road.counts("not_permitted", 1));
 }
 
 TEST(RouterdMaintenance, IsNotForOtherUsers) {
@@ -77,7 +77,7 @@ TEST(RouterdMaintenance, IsNotForOtherUsers) {
   int status = 0;
   ASSERT_EQ(waitpid(other, &status, 0), other);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  EXPECT_TRUE(road.counts("no_id", 1));
+  EXPECT_TRUE(road.counts("not_permitted", 1));
 }
 
 TEST(RouterdMaintenance, WithAnIdIsARequestForAService) {
