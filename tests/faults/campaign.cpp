@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <exception>
 #include <filesystem>
 #include <utility>
 
@@ -54,7 +55,7 @@ void empty(const std::string& directory) {
 }
 
 // The child's side, from its first word to its last.
-void play(const Performance& what, const std::string& directory, Shared& shared) {
+void play_twice(const Performance& what, const std::string& directory, Shared& shared) {
   Plan& plan = what.plan;
   tzset();  // the first line of a log reads the time zone, which stays
   plan.make(0, Persistence::Once);
@@ -75,6 +76,16 @@ void play(const Performance& what, const std::string& directory, Shared& shared)
   shared = {.seen = plan.seen(), .failed = plan.failed()};
   what.epilogue();
   EXPECT_EQ(open_descriptors(), before);
+}
+
+// An exception must not lead the child into the rest of the parent's tests.
+void play(const Performance& what, const std::string& directory, Shared& shared) noexcept {
+  try {
+    play_twice(what, directory, shared);
+  } catch (const std::exception& thrown) {
+    what.plan.rest();
+    ADD_FAILURE() << "thrown: " << thrown.what();
+  }
 }
 
 std::string describe(int status) {
