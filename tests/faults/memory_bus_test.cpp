@@ -77,7 +77,8 @@ void send_and_receive(Trial& trial) {
   trial.call({}, [&] { return kestro_mq_socket_send(bus.publisher.handle(), "a message"); });
   char* raw = nullptr;
   int32_t length = -1;
-  const auto status = trial.call({-1}, [&] { return kestro_mq_socket_recv(bus.subscriber.handle(), &raw, &length, 0); });
+  const auto status =
+      trial.call({-1}, [&] { return kestro_mq_socket_recv(bus.subscriber.handle(), &raw, &length, 0); });
   const Text message(raw);
   EXPECT_STREQ(message.get(), status == 0 ? "a message" : nullptr);
   EXPECT_EQ(length, status == 0 ? 9 : -1);
@@ -123,9 +124,8 @@ void call_a_service(Trial& trial) {
   EXPECT_EQ(take(bus), std::string("service|") + request_text);
   put(bus, std::string("c7|") + response_text);
   json_t* raw = nullptr;
-  const auto awaited = trial.call({-50}, [&] {
-    return kestro_jrpc_mq_sub_for_method_with_limit(bus.subscriber.handle(), "ports.Get", &raw, 1);
-  });
+  const auto awaited = trial.call(
+      {-50}, [&] { return kestro_jrpc_mq_sub_for_method_with_limit(bus.subscriber.handle(), "ports.Get", &raw, 1); });
   const Json response(raw);
   EXPECT_EQ(text_of(response.get()), awaited == 0 ? response_text : "null");
   EXPECT_TRUE(lock.is_free());
@@ -137,8 +137,8 @@ void await_a_notification(Trial& trial) {
   BusPair bus;
   for (int i = 0; i < 5; ++i) put(bus, std::string("c|") + notification_text);
   json_t* raw = nullptr;
-  const auto status = trial.call(
-      {-1}, [&] { return kestro_jrpc_mq_sub_for_notifcation(bus.subscriber.handle(), "ports.Get", &raw); });
+  const auto status =
+      trial.call({-1}, [&] { return kestro_jrpc_mq_sub_for_notifcation(bus.subscriber.handle(), "ports.Get", &raw); });
   const Json notification(raw);
   EXPECT_EQ(text_of(notification.get()), status == 0 ? notification_text : "null");
   int32_t timeout = 0;
@@ -181,9 +181,8 @@ void forward_in_steps(Trial& trial) {
   const LogLevel level(Verbose);
   BusPair bus;
   const Json request = json_of(request_text);
-  const auto dispatched = trial.call({-1}, [&] {
-    return kestro_jrpc_router_mq_dispatch_request(bus.publisher.address_of_handle(), request.get());
-  });
+  const auto dispatched = trial.call(
+      {-1}, [&] { return kestro_jrpc_router_mq_dispatch_request(bus.publisher.address_of_handle(), request.get()); });
   EXPECT_EQ(taken_before_marker(bus) != "marker", dispatched == 0);
   put(bus, std::string("reply|") + response_text);
   json_t* raw = nullptr;

@@ -79,12 +79,10 @@ void make_own_answers(Trial& trial) {
   for (const bool strict : {false, true}) {
     for (const bool busy : {false, true}) {
       std::string answer;
-      const auto status =
-          trial.call({thrown, -2}, [&] {
-            const auto made =
-                caught([&] { answer = busy ? request.busy(strict) : request.timed_out(strict); });
-            return made == 0 && answer.empty() ? -2 : made;
-          });
+      const auto status = trial.call({thrown, -2}, [&] {
+        const auto made = caught([&] { answer = busy ? request.busy(strict) : request.timed_out(strict); });
+        return made == 0 && answer.empty() ? -2 : made;
+      });
       if (status == 0) {
         const Json object = json_of(answer);
         EXPECT_EQ(text_of(json_object_get(object.get(), "transaction_id")), "1234567890123") << answer;
@@ -120,15 +118,13 @@ void splice(Trial& trial) {
   const std::string long_value(100, '1');
   std::string text = R"({"id":"ports.Get","result":1})";
   const std::string before = text;
-  const auto replaced = trial.call({thrown}, [&] {
-    return caught([&] { EXPECT_TRUE(routerd::replace_member(text, "result", long_value)); });
-  });
+  const auto replaced = trial.call(
+      {thrown}, [&] { return caught([&] { EXPECT_TRUE(routerd::replace_member(text, "result", long_value)); }); });
   if (replaced != 0) {
     EXPECT_EQ(text, before);
   }
-  const auto removed = trial.call({}, [&] {
-    return caught([&] { EXPECT_TRUE(routerd::remove_member(text, "result")); });
-  });
+  const auto removed =
+      trial.call({}, [&] { return caught([&] { EXPECT_TRUE(routerd::remove_member(text, "result")); }); });
   EXPECT_EQ(removed, 0);
   EXPECT_EQ(text, R"({"id":"ports.Get"})");
 }
@@ -149,7 +145,10 @@ template <class Coroutine>
 int32_t run(asio::io_context& io, Coroutine coroutine) {
   std::exception_ptr failure;
   return caught([&] {
-    asio::co_spawn(io, coroutine(), [&](const std::exception_ptr& thrown_in_it) { failure = thrown_in_it; });
+    asio::co_spawn(io, coroutine(), [&](const std::exception_ptr& thrown_in_it) {
+      failure = thrown_in_it;
+      io.stop();  // a deadline may still be waiting
+    });
     io.run();
     if (failure) std::rethrow_exception(failure);
   });
@@ -230,6 +229,24 @@ void count(Trial& trial) {
   });
 }
 
+// The name of a method that does not fit into a text's own bytes is the last thing that a request allocates.
+void read_a_request_with_a_long_name(Trial& trial) {
+  const std::string text = R"({"jsonrpc":"2.0","method":"emac.service.CoreSwitchGetTemps","id":"c7"})";
+  trial.call({thrown}, [&] {
+    return caught([&] { EXPECT_EQ(routerd::Request(text).method(), "emac.service.CoreSwitchGetTemps"); });
+  });
+}
+TEST(MemoryOfRouterd, LongNameOfAMethod) {
+  Performance reading{.play = read_a_request_with_a_long_name, .plan = FailingMalloc::plan(), .ending = {}};
+  reading.nth = perform(reading).seen;
+  const Outcome outcome = perform(reading);
+  EXPECT_TRUE(outcome.well) << outcome.objection;
+  EXPECT_EQ(outcome.failed, 1);
+}
+
+// The event loop ends the process where an allocation of its own fails.
+const Ending end_of_the_loop = aborts("std::bad_alloc");
+
 INSTANTIATE_TEST_SUITE_P(Routerd, MemoryCampaign,
                          testing::ValuesIn(std::vector<MemoryScenario>{
                              {"ReadARequest", read_a_request},
@@ -238,9 +255,9 @@ INSTANTIATE_TEST_SUITE_P(Routerd, MemoryCampaign,
                              {"RestoreAnAnswer", restore_an_answer},
                              {"Splice", splice},
                              {"ReadAResponseHead", read_a_response_head},
-                             {"WaitForAResponse", wait_for_a_response},
-                             {"EnterTheWindow", enter_the_window},
-                             {"ServeAClient", serve_a_client},
+                             {"WaitForAResponse", wait_for_a_response, end_of_the_loop},
+                             {"EnterTheWindow", enter_the_window, end_of_the_loop},
+                             {"ServeAClient", serve_a_client, end_of_the_loop},
                              {"Count", count},
                          }),
                          name_of<MemoryScenario>);
