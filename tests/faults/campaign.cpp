@@ -27,7 +27,7 @@ namespace {
 
 constexpr int well = 0;
 constexpr int objected = 1;
-constexpr unsigned patience = 120;  // seconds that no scenario comes near
+constexpr unsigned patience = 60;  // seconds that no scenario comes near
 
 size_t stderr_size() {
   struct stat status {};
@@ -67,8 +67,8 @@ void play_twice(const Performance& what, const std::string& directory, Shared& s
 
   empty(directory);
   const auto before = open_descriptors();
-  what.prologue();
   plan.make(what.nth, what.persistence);
+  what.prologue();
   {
     Trial trial(plan, directory);
     what.play(trial);
