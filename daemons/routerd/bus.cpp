@@ -8,14 +8,18 @@
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
 #include <fstream>
+#include <new>
 #include <stdexcept>
 
 #include "core/owned.hpp"
+#include "core/site.hpp"
 #include "kestro_mq.h"
 
 namespace kestro::routerd {
 
 namespace {
+
+constexpr auto here = site_of("kestro_routerd");
 
 constexpr int wanted_buffer = 4 << 20;
 // A service that floods the router must not keep it from its clients.
@@ -117,7 +121,11 @@ bool Bus::take_one(const std::function<void(std::string)>& take) const {
   char* raw_text = nullptr;
   kestro_jrpc_parse_msg(frame.get(), length, &raw_text);
   const Text text(raw_text);
-  take(text ? text.get() : "");
+  try {
+    take(text ? text.get() : "");
+  } catch (const std::bad_alloc&) {
+    here().log(Warning, "out of memory: a response is dropped\n");
+  }
   return true;
 }
 

@@ -27,10 +27,10 @@ bool is_own_user(int fd) noexcept {
 
 }  // namespace
 
-Client::Client(asio::io_context& io, int family, int fd)
-    : socket_(io, asio::generic::stream_protocol(family, 0), fd),
-      deadline_(io),
-      privileged_(family == AF_UNIX && is_own_user(fd)) {
+Client::Client(asio::io_context& io, int family, Descriptor connection)
+    : socket_(io), deadline_(io), privileged_(family == AF_UNIX && is_own_user(connection.get())) {
+  socket_.assign(asio::generic::stream_protocol(family, 0), connection.get());
+  static_cast<void>(connection.release());
   socket_.non_blocking(true);
 }
 

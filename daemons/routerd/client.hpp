@@ -11,14 +11,16 @@
 #include <string>
 #include <string_view>
 
+#include "core/owned.hpp"
+
 namespace kestro::routerd {
 
 class Client : public std::enable_shared_from_this<Client> {
  public:
   using Seconds = std::chrono::duration<double>;
 
-  // Takes the descriptor over.
-  Client(asio::io_context& io, int family, int fd);
+  // Takes the descriptor over. Throws when the event loop cannot have it.
+  Client(asio::io_context& io, int family, Descriptor connection);
 
   struct Received {
     std::string text;

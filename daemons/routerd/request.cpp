@@ -1,5 +1,13 @@
 #include "routerd/request.hpp"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
 #include <new>
 
 #include "kestro_jrpc.h"
@@ -11,6 +19,60 @@ namespace kestro::routerd {
 namespace {
 
 constexpr const char* transaction_id = "transaction_id";
+
+// The scanner of the JSON library (2.14) runs past its buffer when it cannot enlarge it. So a text that is being parsed
+// never sees memory run out: a reserve takes over until the end of the text, whose value is then thrown away. Where even
+// that does not last, the process ends.
+class JsonMemory {
+ public:
+  static void* allocate(size_t size) noexcept {
+    void* const block = malloc(size);
+    return block != nullptr || !parsing_ ? block : take_from_reserve(size);
+  }
+  static void release(void* block) noexcept {
+    if (!is_reserve(block)) free(block);
+  }
+
+  // While a text is parsed. One loop, one thread.
+  class Parsing {
+   public:
+    Parsing() noexcept {
+      parsing_ = true;
+      used_ = 0;
+    }
+    Parsing(const Parsing&) = delete;
+    Parsing& operator=(const Parsing&) = delete;
+    ~Parsing() { parsing_ = false; }
+    [[nodiscard]] static bool ran_out() noexcept { return used_ > 0; }
+  };
+
+ private:
+  static void* take_from_reserve(size_t size) noexcept {
+    const size_t aligned = (std::max<size_t>(size, 1) + alignof(max_align_t) - 1) & ~(alignof(max_align_t) - 1);
+    if (aligned < size || aligned > reserve_.size() - used_) {
+      fputs("kestro-routerd: out of memory\n", stderr);
+      _exit(1);
+    }
+    void* const block = reserve_.data() + used_;
+    used_ += aligned;
+    return block;
+  }
+  static bool is_reserve(const void* block) noexcept {
+    return !std::less<>()(block, reserve_.data()) && std::less<>()(block, reserve_.data() + reserve_.size());
+  }
+
+  alignas(max_align_t) static inline std::array<char, 262'144> reserve_;
+  static inline size_t used_ = 0;
+  static inline bool parsing_ = false;
+};
+
+Json parse(const char* text) {
+  const JsonMemory::Parsing parsing;
+  json_error_t error;
+  Json value = parse_json(text, &error);
+  if (parsing.ran_out()) throw std::bad_alloc();
+  return value;
+}
 
 Json another_reference(json_t* value) noexcept {
   return Json(json_incref(value));
@@ -35,8 +97,7 @@ void set(json_t* object, const char* key, json_t* value) {
 }  // namespace
 
 Request::Request(const std::string& text) {
-  json_error_t error;
-  object_ = parse_json(text.c_str(), &error);
+  object_ = parse(text.c_str());
   objection_ = examine();
 }
 
@@ -72,8 +133,7 @@ std::string Request::restore(std::string answer, bool strict_id) const {
   const bool named = !strict_id || replace_member(answer, "id", encoded(id_.get()));
   if (restored && named) return answer;
 
-  json_error_t error;  // a key is written with escapes
-  return finish(parse_json(answer.c_str(), &error), strict_id);
+  return finish(parse(answer.c_str()), strict_id);  // a key is written with escapes
 }
 
 std::string Request::finish(Json response, bool strict_id) const {
@@ -102,9 +162,12 @@ std::string Request::timed_out(bool strict_id) const {
   return finish(Json(response), strict_id);
 }
 
+void guard_json_memory() noexcept {
+  json_set_alloc_funcs(JsonMemory::allocate, JsonMemory::release);
+}
+
 ResponseHead read_response_head(const char* text) {
-  json_error_t error;
-  const Json object = parse_json(text, &error);
+  const Json object = parse(text);
   if (!json_is_object(object.get())) return {};
   const json_t* const number = json_object_get(object.get(), transaction_id);
   const json_t* const id = json_object_get(object.get(), "id");

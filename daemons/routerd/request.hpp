@@ -48,6 +48,10 @@ class Request {
   const char* objection_ = nullptr;
 };
 
+// From here on a text for which there is no memory is refused (std::bad_alloc), where the JSON library by itself would
+// write past its memory. To be called before anything else is done with JSON.
+void guard_json_memory() noexcept;
+
 // What a response on the bus says of itself.
 struct ResponseHead {
   bool sound = false;   // a JSON object

@@ -203,8 +203,7 @@ void serve_a_client(Trial& trial) {
   trial.call({thrown}, [&] {
     return caught([&] {
       asio::io_context io(1);
-      const auto client = std::make_shared<routerd::Client>(io, AF_UNIX, own.get());
-      static_cast<void>(own.release());
+      const auto client = std::make_shared<routerd::Client>(io, AF_UNIX, std::move(own));
       const auto status = run(io, [&]() -> asio::awaitable<void> {
         const auto received = co_await client->read_request(10'000, 100s);
         EXPECT_EQ(received.text, request);
