@@ -41,6 +41,8 @@ class Plan {
     watching_.set(1);
   }
   void rest() noexcept { watching_.set(0); }
+  // The thread that was watched before, be it another process's.
+  void watch_again() noexcept { watching_.set(1); }
 
   [[nodiscard]] int32_t seen() const noexcept { return seen_.get(); }
   [[nodiscard]] int32_t failed() const noexcept { return failed_.get(); }
