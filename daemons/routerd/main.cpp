@@ -5,7 +5,6 @@
 
 #include <asio/io_context.hpp>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 
 #include "kestro_lsyslog.h"
@@ -28,11 +27,11 @@ void raise_descriptor_limit() {
 [[noreturn]] void end_on_failure() noexcept {
   try {
     if (const auto failure = std::current_exception()) std::rethrow_exception(failure);
+    fputs("kestro-routerd: the event loop failed\n", stderr);
   } catch (const std::exception& failure) {
     fprintf(stderr, "kestro-routerd: %s\n", failure.what());
-    _exit(1);
   }
-  abort();
+  _exit(1);
 }
 
 }  // namespace

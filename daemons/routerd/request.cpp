@@ -21,8 +21,8 @@ namespace {
 constexpr const char* transaction_id = "transaction_id";
 
 // The scanner of the JSON library (2.14) runs past its buffer when it cannot enlarge it. So a text that is being parsed
-// never sees memory run out: a reserve takes over until the end of the text, whose value is then thrown away. Where even
-// that does not last, the process ends.
+// never sees memory run out: a reserve takes over until the end of the text, whose value is then thrown away. Where
+// even that does not last, the process ends.
 class JsonMemory {
  public:
   static void* allocate(size_t size) noexcept {
@@ -78,8 +78,8 @@ Json another_reference(json_t* value) noexcept {
   return Json(json_incref(value));
 }
 
-// The JSON library tells of a lack of memory; here it is thrown, as everywhere in the daemon. Half an answer, or one with
-// the number of another request, must not leave.
+// The JSON library tells of a lack of memory; here it is thrown, as everywhere in the daemon. Half an answer, or one
+// with the number of another request, must not leave.
 void require_memory(bool had) {
   if (!had) throw std::bad_alloc();
 }

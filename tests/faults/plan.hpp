@@ -10,8 +10,8 @@ namespace kestro::test {
 
 enum class Persistence { Once, ForEver };
 
-// A number that is asked from within malloc(), before a sanitizer is ready: no function of the standard library, of which
-// the instrumented copy might be linked.
+// A number that is asked from within malloc(), before a sanitizer is ready: no function of the standard library, of
+// which the instrumented copy might be linked.
 template <class Value>
 class Lockless {
  public:
