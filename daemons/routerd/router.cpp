@@ -72,8 +72,13 @@ bool is_forbidden(const Request& request, const Client& client) {
 class Router::Presence {
  public:
   Presence(Router& router, Client& client) : router_(router), client_(client) {
-    router_.clients_.insert(&client);
-    router_.reading_.insert(&client);
+    const auto place = router_.clients_.insert(&client).first;
+    try {
+      router_.reading_.insert(&client);
+    } catch (...) {
+      router_.clients_.erase(place);
+      throw;
+    }
   }
   Presence(const Presence&) = delete;
   Presence& operator=(const Presence&) = delete;
