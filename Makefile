@@ -1,12 +1,14 @@
 # The commands of everyday. Each installs what Debian packages it needs, builds, and does what it says.
 
 jobs := $(shell nproc)
+SECONDS ?= 20
 
-.PHONY: help deps build demo test clean
+.PHONY: help deps build demo test fuzz clean
 
 help:
 	@echo "make demo    build, start router and service on loopback, send the example requests, stop"
 	@echo "make test    build and run the whole test suite"
+	@echo "make fuzz    search for inputs that break something, SECONDS=20 for each target"
 	@echo "make build   build only (into build/dev)"
 	@echo "make clean   remove everything that was built"
 
@@ -22,6 +24,9 @@ demo: build
 
 test: build
 	@ctest --preset dev --parallel $(jobs)
+
+fuzz: deps
+	@scripts/fuzz.sh $(SECONDS)
 
 clean:
 	rm -rf build

@@ -12,6 +12,11 @@ if(KESTRO_SANITIZE)
   add_link_options(-fsanitize=${KESTRO_SANITIZE})
 endif()
 
+if(KESTRO_BUILD_FUZZ)
+  # Every branch of every object guides the search; only the fuzz targets get the main() that searches.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # Warnings of our own targets. A consumer of the library does not inherit them.
 add_library(kestro_warnings INTERFACE)
 target_compile_options(kestro_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
