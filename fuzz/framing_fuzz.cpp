@@ -52,8 +52,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     require(whole.taken == text.size(), "what has no end is taken whole");
   }
 
+  // The daemon parses a C text. Of a counted one this parser loses a zero byte behind a number, and counts wrong.
   json_error_t error;
-  const Json object(json_loadb(text.data(), text.size(), JSON_DISABLE_EOF_CHECK, &error));
+  const Json object(json_loads(exact(text).get(), JSON_DISABLE_EOF_CHECK, &error));
   if (json_is_object(object.get())) {
     require(whole == End{static_cast<size_t>(error.position), true}, "a sound object ends with its brace");
   }

@@ -1,7 +1,7 @@
 // Every reader of request parameters, and of other daemons' answers, on any JSON value.
 //
-// An input is the log's choice, the size of the callers' buffers, and a JSON text. The readers look for the first
-// member of the object, so that any value meets every reader.
+// An input is the log's choice, the size of the callers' buffers (whose bits are also the kinds of ports that are
+// admitted), and a JSON text. The readers look for the first member of the object, so that any value meets every reader.
 #include <fcntl.h>
 #include <jansson.h>
 #include <sys/stat.h>
@@ -106,13 +106,11 @@ void read_texts(const Parameters& in) {
   read_text(in, [&](json_t** err, char* out) {
     return kestro_jrpc_utils_retrieve_input_oec_id(in.object, err, in.name, out, in.length, 1);
   });
-  for (unsigned kinds = 0; kinds < 16; ++kinds) {
-    const auto admits = [kinds](unsigned bit) { return static_cast<int8_t>(kinds >> bit & 1U); };
-    read_text(in, [&](json_t** err, char* out) {
-      return kestro_jrpc_utils_retrieve_input_port_id(in.object, err, in.name, out, in.length, admits(0), admits(1),
-                                                      admits(2), admits(3));
-    });
-  }
+  const auto admits = [&](int bit) { return static_cast<int8_t>(in.length >> bit & 1); };
+  read_text(in, [&](json_t** err, char* out) {
+    return kestro_jrpc_utils_retrieve_input_port_id(in.object, err, in.name, out, in.length, admits(0), admits(1),
+                                                    admits(2), admits(3));
+  });
 }
 
 // The reader of names of databases renames files, so it gets some: never outside of the directory that this build has
