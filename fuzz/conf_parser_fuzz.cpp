@@ -73,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   require(output.get()[capacity] == '\0', "nothing is written behind the buffer");
   const std::string_view found(output.get(), capacity);
 
-  const auto bytes = reinterpret_cast<const uint8_t*>(contents.data());
+  const auto* const bytes = reinterpret_cast<const uint8_t*>(contents.data());
   const auto value = model_value(Input(bytes, contents.size()), section.get(), field.get());
   if (value && value->size() <= capacity) {
     require(status == 0, "a value that is there and fits is found");

@@ -2,6 +2,7 @@
 // response, and to fit the request and what its handler returned.
 #include <jansson.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string>
@@ -55,19 +56,15 @@ int32_t spoil(json_t* params, json_t** result, json_t** err_data) {
   return conclude(static_cast<int32_t>(json_integer_value(json_object_get(params, "status"))));
 }
 
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 std::array<kestro_jrpc_mapping_t, 6> table{
     {{"ok", succeed}, {"echo", echo}, {"ports.Get", obey}, {"spoil", spoil}, {"", succeed}, {nullptr, nullptr}}};
 
 bool is_compact_ascii(std::string_view text) {
-  for (const char c : text) {
-    if (static_cast<unsigned char>(c) < ' ' || static_cast<unsigned char>(c) >= 0x80) return false;
-  }
-  return true;
+  return std::ranges::all_of(text, [](unsigned char c) { return c >= ' ' && c < 0x80; });
 }
 
 void check_error(const json_t* error) {
-  const int32_t code = static_cast<int32_t>(json_integer_value(json_object_get(error, "code")));
+  const auto code = static_cast<int32_t>(json_integer_value(json_object_get(error, "code")));
   require(json_object_size(error) == 3 && json_object_get(error, "data") != nullptr,
           "an error has code, message, data");
   require(json_is_integer(json_object_get(error, "code")), "the code is an integer");

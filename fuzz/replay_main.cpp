@@ -34,6 +34,7 @@ void discard_log() {
   const int reports = dup(STDERR_FILENO);
   const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
   if (__sanitizer_set_report_fd != nullptr) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): it takes a descriptor so
     __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<intptr_t>(reports)));
   }
   dup2(nowhere, STDERR_FILENO);

@@ -52,22 +52,26 @@ class Pair {
     while (room_ < model_.size()) room_ *= 2;
     if (model_.size() == room_) model_.back() = '\0';  // there is no room for both
   }
-  // A line is followed by a zero byte while it is read, which wants room at each step.
-  void append_line(std::string_view line, bool at_end) {
-    model_ += line;
-    while (room_ < model_.size() + 1 || (at_end && room_ < model_.size() + 2)) room_ *= 2;
-  }
 
   std::unique_ptr<str_t, Releaser<str_free>> text_;
   std::string model_;
   size_t room_;
 };
 
+// Zero bytes end a line for its reader: what is behind them is lost, in pieces that depend on the buffer.
+void read_any_lines(std::string bytes) {
+  const File stream(fmemopen(bytes.data(), bytes.size(), "r"));
+  const std::unique_ptr<str_t, Releaser<str_free>> text(str_init(1));
+  while (str_fgets(text.get(), stream.get()) == 1) {
+    require(text->len < text->bufsz && strlen(str_s(text.get())) == text->len, "the text is terminated at its length");
+  }
+}
+
 void Pair::read_lines(std::string_view bytes) {
-  // Zero bytes end a line for its reader: what is behind them is lost, in pieces that depend on the buffer.
+  if (bytes.empty()) return;
+  read_any_lines(std::string(bytes));
   std::string lines(bytes);
   std::ranges::replace(lines, '\0', '0');
-  if (lines.empty()) return;
   const File stream(fmemopen(lines.data(), lines.size(), "r"));
   Input expected(reinterpret_cast<const uint8_t*>(lines.data()), lines.size());
   for (;;) {
