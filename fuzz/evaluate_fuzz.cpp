@@ -103,6 +103,27 @@ void check_response(const json_t* request, const char* text) {
   if (has_result) require(calls == 1 && returned >= 0, "a result comes from a handler that succeeded");
 }
 
+bool is_text_or_number(const json_t* id) {
+  return json_is_string(id) || json_is_number(id);
+}
+
+// Whether a request is sound enough that its sender is told anything.
+bool is_answerable(const json_t* request) {
+  const json_t* const id = json_object_get(request, "id");
+  const json_t* const transaction_id = json_object_get(request, "transaction_id");
+  const json_t* const params = json_object_get(request, "params");
+  const char* const version = json_string_value(json_object_get(request, "jsonrpc"));
+  return (id == nullptr || is_text_or_number(id)) && (transaction_id == nullptr || json_is_number(transaction_id)) &&
+         (params == nullptr || json_is_object(params)) && version != nullptr && strcmp(version, "2.0") == 0 &&
+         json_object_get(request, "method") != nullptr;
+}
+
+// Handlers whose error data cannot be encoded leave nothing to send.
+bool may_be_spoilt(const json_t* request) {
+  const char* const method = json_string_value(json_object_get(request, "method"));
+  return method != nullptr && strcmp(method, "spoil") == 0;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -118,9 +139,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   require(status == 0 || status == -1, "0 or -1");
   require(status == 0 || response == nullptr, "nothing to send after -1");
   require(calls <= 1, "a handler is called once");
+  const bool answerable = is_answerable(parsed.get());
+  require(answerable || (status == -1 && calls == 0), "what is not sound has no effect");
+  if (answerable && json_object_get(parsed.get(), "id") != nullptr && !may_be_spoilt(parsed.get())) {
+    require(response != nullptr, "who has an id is answered");
+  }
   if (response) check_response(parsed.get(), response.get());
   if (status == 0 && !response) {
-    require(json_object_get(parsed.get(), "id") == nullptr, "who has an id is answered");
+    require(json_object_get(parsed.get(), "id") == nullptr, "who has an id is not met with silence");
     require(calls == 1 && returned >= 0, "silence is for a notification that succeeded");
   }
   return 0;

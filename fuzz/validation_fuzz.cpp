@@ -126,16 +126,19 @@ void check_agreement(const char* text) {
   if (validate_address_range(text) == 0) require(validate_general_address_range(text) == 0, "a range is a range");
 }
 
-void check_port_id(const char* text) {
+void check_identifier(const char* text) {
   int32_t oec = -1;
   int32_t port = -1;
   const int32_t status = kestro_parse_oec_port_id(&oec, &port, text);
   require(status == 0 || status == -4, "0 or -4");
-  require(status != 0 || oec != 0, "a port has an edge switch");
-  if (validate_c_port_id(text) != 0) return;
+  require(status != 0 || oec != 0, "an identifier has an edge switch");
+  const bool is_port = validate_c_port_id(text) == 0;
+  if (!is_port && validate_oec_id(text) != 0) return;
   require(status == 0, "what is valid can be read");
   std::array<char, 16> again{};
-  require(kestro_create_port_id_str(again.data(), again.size(), oec, port) == 0, "what was read can be written");
+  const int32_t written = is_port ? kestro_create_port_id_str(again.data(), again.size(), oec, port)
+                                  : kestro_create_oec_id_str(again.data(), again.size(), oec);
+  require(written == 0, "what was read can be written");
   require(strcasecmp(again.data(), std::string(without_line_feed(text)).c_str()) == 0, "and is the same then");
 }
 
@@ -162,7 +165,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   check_number(static_cast<int16_t>(number));
   check_texts(text.get());
   check_agreement(text.get());
-  check_port_id(text.get());
+  check_identifier(text.get());
   check_mac(text.get());
 
   Input halves(reinterpret_cast<const uint8_t*>(text.get()), strlen(text.get()));
