@@ -84,7 +84,9 @@ void add_call(CommandLine& line) {
   verb.add_option("METHOD", options->method, "its name; `kestroctl list` shows all")->required()->type_name("");
   verb.add_option("PARAMS", options->params, "a JSON object, - for standard input, or @FILE")->type_name("");
   verb.add_flag("--raw", options->raw, "print the whole answer, the bytes as they came");
-  verb.add_option("--id", options->id, "the request's \"id\", a text or a number")->capture_default_str()->type_name("ID");
+  verb.add_option("--id", options->id, "the request's \"id\", a text or a number")
+      ->capture_default_str()
+      ->type_name("ID");
   verb.add_option("--repeat", options->repeat, "call so many times, one after the other")
       ->check(CLI::PositiveNumber)
       ->type_name("N");

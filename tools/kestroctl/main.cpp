@@ -20,15 +20,16 @@ constexpr const char* usual_socket = "/run/kestro/router.sock";
 
 void add_common_options(CommandLine& line, bool& verbose) {
   auto& app = line.app;
-  auto* const socket = app.add_option("--socket", line.common.router.socket,
-                                      "the router's Unix-domain socket; also from KESTRO_SOCKET")
-                           ->type_name("PATH")
-                           ->default_str(usual_socket);
+  auto* const socket =
+      app.add_option("--socket", line.common.router.socket, "the router's Unix-domain socket; also from KESTRO_SOCKET")
+          ->type_name("PATH")
+          ->default_str(usual_socket);
   app.add_option("--tcp", line.common.router.port, "the router's port on 127.0.0.1, instead")
       ->check(CLI::Range(1, 65535))
       ->type_name("PORT")
       ->excludes(socket);
-  app.add_option("--bus", line.common.bus, "a publisher to listen to; repeatable; also from KESTRO_BUS, with blanks between")
+  app.add_option("--bus", line.common.bus,
+                 "a publisher to listen to; repeatable; also from KESTRO_BUS, with blanks between")
       ->check(daemons::bus_address())
       ->type_name("ADDRESS")
       ->allow_extra_args(false);
@@ -45,7 +46,8 @@ void complete(Common& common) {
   if (!common.bus.empty() || bus == nullptr) return;
   std::istringstream words(bus);
   for (std::string word; words >> word;) {
-    if (const auto wrong = daemons::bus_address()(word); !wrong.empty()) throw Failure(Exit::Usage, "KESTRO_BUS: " + wrong);
+    if (const auto wrong = daemons::bus_address()(word); !wrong.empty())
+      throw Failure(Exit::Usage, "KESTRO_BUS: " + wrong);
     common.bus.push_back(word);
   }
 }
@@ -53,6 +55,11 @@ void complete(Common& common) {
 void add_verbs(CommandLine& line) {
   add_call(line);
   add_notify(line);
+  add_list(line);
+  add_describe(line);
+  add_monitor(line);
+  add_wait(line);
+  add_stats(line);
 }
 
 Exit run(CommandLine& line) {

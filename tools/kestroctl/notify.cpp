@@ -18,8 +18,8 @@ struct Options {
 
 Exit run(const Common& common, const Options& options) {
   const Json params = read_params(options.params);
-  const auto text = exchange(common.router, json_text(make_request(options.method, params.get(), nullptr).get()),
-                             options.timeout);
+  const auto text =
+      exchange(common.router, json_text(make_request(options.method, params.get(), nullptr).get()), options.timeout);
   if (!text.empty()) say("a notification was answered, which should not be: " + tame(text));
   return text.empty() ? Exit::Done : Exit::Refused;
 }

@@ -14,7 +14,8 @@ namespace kestro::ctl {
 
 namespace {
 
-constexpr std::array<const char*, 8> codes = {"", "\33[31m", "\33[32m", "\33[33m", "\33[34m", "\33[36m", "\33[90m", "\33[1m"};
+constexpr std::array<const char*, 8> codes = {"",        "\33[31m", "\33[32m", "\33[33m",
+                                              "\33[34m", "\33[36m", "\33[90m", "\33[1m"};
 constexpr const char* reset = "\33[0m";
 
 bool is_set(const char* variable) {
@@ -154,7 +155,8 @@ std::string Line::text(size_t columns) const {
     if (part.text.empty()) continue;
     const size_t gap = line.empty() ? 0 : 1;
     if (part.text.size() + gap > left) {
-      if (left > gap) line += std::string(gap, ' ') + paint(part.text.substr(0, left - gap - 1) + "~", part.colour, look_);
+      if (left > gap)
+        line += std::string(gap, ' ') + paint(part.text.substr(0, left - gap - 1) + "~", part.colour, look_);
       break;
     }
     line += std::string(gap, ' ') + paint(part.text, part.colour, look_);
