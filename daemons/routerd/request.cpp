@@ -1,5 +1,7 @@
 #include "routerd/request.hpp"
 
+#include <new>
+
 #include "kestro_jrpc.h"
 #include "kestro_jrpc/json.hpp"
 #include "routerd/splice.hpp"
@@ -14,9 +16,20 @@ Json another_reference(json_t* value) noexcept {
   return Json(json_incref(value));
 }
 
+// The JSON library tells of a lack of memory; here it is thrown, as everywhere in the daemon. Half an answer, or one with
+// the number of another request, must not leave.
+void require_memory(bool had) {
+  if (!had) throw std::bad_alloc();
+}
+
 std::string encoded(const json_t* value) {
   const Text text = encode_json(value, JSON_COMPACT | JSON_ENSURE_ASCII | JSON_ENCODE_ANY);
-  return text ? text.get() : "";
+  require_memory(text != nullptr);
+  return text.get();
+}
+
+void set(json_t* object, const char* key, json_t* value) {
+  require_memory(json_object_set(object, key, value) == 0);
 }
 
 }  // namespace
@@ -27,7 +40,7 @@ Request::Request(const std::string& text) {
   objection_ = examine();
 }
 
-const char* Request::examine() noexcept {
+const char* Request::examine() {
   if (!object_) return "no_json";
   if (!json_is_object(object_.get())) return "no_object";
   id_ = another_reference(json_object_get(object_.get(), "id"));
@@ -64,19 +77,20 @@ std::string Request::restore(std::string answer, bool strict_id) const {
 }
 
 std::string Request::finish(Json response, bool strict_id) const {
-  if (!response) return {};
+  require_memory(response != nullptr);
   if (transaction_id_) {
-    json_object_set(response.get(), transaction_id, transaction_id_.get());
+    set(response.get(), transaction_id, transaction_id_.get());
   } else {
     json_object_del(response.get(), transaction_id);
   }
-  if (strict_id) json_object_set(response.get(), "id", id_.get());
+  if (strict_id) set(response.get(), "id", id_.get());
   return encoded(response.get());
 }
 
 std::string Request::busy(bool strict_id) const {
   const Json refused(json_pack("{s:s}", "id", id_text().c_str()));
-  if (transaction_id_) json_object_set(refused.get(), transaction_id, transaction_id_.get());
+  require_memory(refused != nullptr);
+  if (transaction_id_) set(refused.get(), transaction_id, transaction_id_.get());
   json_t* response = nullptr;
   kestro_jrpc_router_create_system_lock_response(refused.get(), &response);
   return finish(Json(response), strict_id);

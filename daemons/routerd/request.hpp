@@ -12,6 +12,7 @@
 
 namespace kestro::routerd {
 
+// Where memory runs out, what makes an answer throws std::bad_alloc: no answer is ever half or somebody else's.
 class Request {
  public:
   explicit Request(const std::string& text);
@@ -31,12 +32,12 @@ class Request {
 
   // The service's answer as this client is to get it: its own "transaction_id" is back.
   [[nodiscard]] std::string restore(std::string answer, bool strict_id) const;
-  // The router's own answers. Empty when memory runs out.
+  // The router's own answers.
   [[nodiscard]] std::string busy(bool strict_id) const;
   [[nodiscard]] std::string timed_out(bool strict_id) const;
 
  private:
-  [[nodiscard]] const char* examine() noexcept;
+  [[nodiscard]] const char* examine();
   [[nodiscard]] std::string id_text() const;
   [[nodiscard]] std::string finish(Json response, bool strict_id) const;
 

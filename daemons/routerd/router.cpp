@@ -215,9 +215,11 @@ asio::awaitable<void> Router::serve(std::shared_ptr<Client> client, std::unique_
 
 // What the client is to be sent; empty when its request turns out to be none that can travel.
 asio::awaitable<std::string> Router::answer_to(Request& request) {
+  // An answer is made before it is counted: without memory for it the client is counted as refused.
   if (is_busy()) {
+    auto answer = request.busy(options_.strict_ids);
     ++stats_.busy;
-    co_return request.busy(options_.strict_ids);
+    co_return answer;
   }
   InFlight::Entry entry(in_flight_, io_, request.method(), InFlight::Clock::now() + time_for(request.method()));
   const Text channel(kestro_jrpc_router_extract_channel(request.method().c_str()));
@@ -239,18 +241,22 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
     }
     request.forget_object();
     if (auto response = co_await entry.response()) {
+      const auto latency = InFlight::Clock::now() - entry.begun();
+      auto answer = request.restore(std::move(*response), options_.strict_ids);
       ++stats_.answered;
-      stats_.count_latency(InFlight::Clock::now() - entry.begun());
-      co_return request.restore(std::move(*response), options_.strict_ids);
+      stats_.count_latency(latency);
+      co_return answer;
     }
   }
   if (entry.given_up()) {
+    auto answer = request.busy(options_.strict_ids);
     ++stats_.busy;
-    co_return request.busy(options_.strict_ids);
+    co_return answer;
   }
+  auto answer = request.timed_out(options_.strict_ids);
   ++stats_.timed_out;
   here().log(Warning, "%s: no response in time\n", request.method().c_str());
-  co_return request.timed_out(options_.strict_ids);
+  co_return answer;
 }
 
 void Router::deliver(std::string text) {
