@@ -13,8 +13,8 @@
 namespace kestro::test {
 namespace {
 
-using routerd::read_response_head;
 using routerd::Request;
+using routerd::Response;
 
 struct Objection {
   const char* name;
@@ -144,17 +144,17 @@ class Answers : public testing::TestWithParam<Answer> {
 };
 
 TEST_P(Answers, AreRestored) {
-  EXPECT_EQ(request_.restore(from_service_, false), GetParam().to_client);
+  EXPECT_EQ(request_.restore(Response(from_service_), false), GetParam().to_client);
 }
 
 TEST_P(Answers, CarryTheClientsIdWhereThatIsAskedFor) {
-  EXPECT_EQ(request_.restore(from_service_, true), GetParam().with_strict_id);
+  EXPECT_EQ(request_.restore(Response(from_service_), true), GetParam().with_strict_id);
 }
 
 TEST_P(Answers, AreRestoredWhenTheRequestIsForgotten) {
   ASSERT_GT(request_.address(77), 0U);
   request_.forget_object();
-  EXPECT_EQ(request_.restore(from_service_, true), GetParam().with_strict_id);
+  EXPECT_EQ(request_.restore(Response(from_service_), true), GetParam().with_strict_id);
 }
 
 INSTANTIATE_TEST_SUITE_P(OfServices, Answers, testing::ValuesIn(answers), name_of<Answer>);
@@ -219,32 +219,6 @@ TEST_P(CannedAnswers, StandAlsoOnceTheRequestIsOnTheBus) {
 }
 
 INSTANTIATE_TEST_SUITE_P(OfTheRouter, CannedAnswers, testing::ValuesIn(canned), name_of<Canned>);
-
-TEST(ResponseHead, SaysWhoseItIs) {
-  const auto head = read_response_head(R"({"jsonrpc":"2.0","id":"ports.Get","result":0,"transaction_id":77})");
-  EXPECT_TRUE(head.sound);
-  EXPECT_EQ(head.number, 77);
-  EXPECT_EQ(head.method, "ports.Get");
-}
-
-TEST(ResponseHead, OfWhatIsNoObjectIsNotSound) {
-  for (const char* text : {"", "{", "5", "[]", "\"text\"", R"({"id":"a","id":"b"})"}) {
-    EXPECT_FALSE(read_response_head(text).sound) << text;
-  }
-}
-
-TEST(ResponseHead, WithoutANumberBelongsToNobody) {
-  for (const char* text : {R"({"id":"a"})", R"({"id":"a","transaction_id":"77"})",
-                           R"({"id":"a","transaction_id":77.0})", R"({"id":"a","transaction_id":null})"}) {
-    EXPECT_TRUE(read_response_head(text).sound) << text;
-    EXPECT_EQ(read_response_head(text).number, -1) << text;
-  }
-}
-
-TEST(ResponseHead, WithoutAMethodHasNone) {
-  EXPECT_EQ(read_response_head(R"({"id":5,"transaction_id":77})").method, "");
-  EXPECT_EQ(read_response_head(R"({"transaction_id":77})").method, "");
-}
 
 }  // namespace
 }  // namespace kestro::test

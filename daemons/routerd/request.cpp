@@ -1,8 +1,9 @@
 #include "routerd/request.hpp"
 
+#include <utility>
+
 #include "kestro_jrpc.h"
 #include "kestro_jrpc/json.hpp"
-#include "routerd/splice.hpp"
 
 namespace kestro::routerd {
 
@@ -12,11 +13,6 @@ constexpr const char* transaction_id = "transaction_id";
 
 Json another_reference(json_t* value) noexcept {
   return Json(json_incref(value));
-}
-
-std::string encoded(const json_t* value) {
-  const Text text = encode_json(value, JSON_COMPACT | JSON_ENSURE_ASCII | JSON_ENCODE_ANY);
-  return text ? text.get() : "";
 }
 
 }  // namespace
@@ -53,14 +49,8 @@ std::string Request::id_text() const {
   return json_is_string(id_.get()) ? json_string_value(id_.get()) : encoded(id_.get());
 }
 
-std::string Request::restore(std::string answer, bool strict_id) const {
-  const bool restored = transaction_id_ ? replace_member(answer, transaction_id, encoded(transaction_id_.get()))
-                                        : remove_member(answer, transaction_id);
-  const bool named = !strict_id || replace_member(answer, "id", encoded(id_.get()));
-  if (restored && named) return answer;
-
-  json_error_t error;  // a key is written with escapes
-  return finish(parse_json(answer.c_str(), &error), strict_id);
+std::string Request::restore(Response answer, bool strict_id) const {
+  return answer.change(transaction_id_.get(), strict_id ? id_.get() : nullptr);
 }
 
 std::string Request::finish(Json response, bool strict_id) const {
@@ -86,17 +76,6 @@ std::string Request::timed_out(bool strict_id) const {
   json_t* response = nullptr;
   kestro_jrpc_router_create_system_timeout_response(id_text().c_str(), 0, &response);
   return finish(Json(response), strict_id);
-}
-
-ResponseHead read_response_head(const char* text) {
-  json_error_t error;
-  const Json object = parse_json(text, &error);
-  if (!json_is_object(object.get())) return {};
-  const json_t* const number = json_object_get(object.get(), transaction_id);
-  const json_t* const id = json_object_get(object.get(), "id");
-  return {.sound = true,
-          .number = json_is_integer(number) ? json_integer_value(number) : -1,
-          .method = json_is_string(id) ? json_string_value(id) : ""};
 }
 
 }  // namespace kestro::routerd

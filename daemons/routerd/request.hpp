@@ -6,9 +6,9 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 #include "core/owned.hpp"
+#include "routerd/response.hpp"
 
 namespace kestro::routerd {
 
@@ -30,7 +30,7 @@ class Request {
   void forget_object() noexcept { object_.reset(); }
 
   // The service's answer as this client is to get it: its own "transaction_id" is back.
-  [[nodiscard]] std::string restore(std::string answer, bool strict_id) const;
+  [[nodiscard]] std::string restore(Response answer, bool strict_id) const;
   // The router's own answers. Empty when memory runs out.
   [[nodiscard]] std::string busy(bool strict_id) const;
   [[nodiscard]] std::string timed_out(bool strict_id) const;
@@ -46,14 +46,6 @@ class Request {
   std::string method_;
   const char* objection_ = nullptr;
 };
-
-// What a response on the bus says of itself.
-struct ResponseHead {
-  bool sound = false;   // a JSON object
-  int64_t number = -1;  // its "transaction_id", if that is an integer
-  std::string method;   // its "id"
-};
-ResponseHead read_response_head(const char* text);
 
 }  // namespace kestro::routerd
 

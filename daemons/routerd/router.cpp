@@ -254,22 +254,23 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
 }
 
 void Router::deliver(std::string text) {
-  auto head = read_response_head(text.c_str());
-  if (!head.sound) {
+  Response response(std::move(text));
+  if (!response.is_sound()) {
     ++stats_.garbage;
     here().log(Debug, "dropped what is no response\n");
     return;
   }
-  switch (in_flight_.deliver(head.number, head.method, std::move(text))) {
+  const std::string method = response.method();
+  switch (in_flight_.deliver(std::move(response))) {
     case InFlight::Delivery::Done:
       break;
     case InFlight::Delivery::Late:
       ++stats_.late;
-      here().log(Debug, "dropped a late or repeated response of %s\n", head.method.c_str());
+      here().log(Debug, "dropped a late or repeated response of %s\n", method.c_str());
       break;
     case InFlight::Delivery::Foreign:
       ++stats_.foreign;
-      here().log(Debug, "dropped a response of %s that was not asked for here\n", head.method.c_str());
+      here().log(Debug, "dropped a response of %s that was not asked for here\n", method.c_str());
       break;
   }
 }
