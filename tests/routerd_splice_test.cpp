@@ -212,8 +212,8 @@ const Judged judged[] = {
     {"OtherEscape", of(R"("\a")"), Verdict::Refused},
     {"ShortEscape", of(R"("\u12")"), Verdict::Refused},
     {"EscapedGarbage", of(R"("\u12g4")"), Verdict::Refused},
-    {"EscapeAtTheEnd", "{\"a\":\"\\", Verdict::Refused},
-    {"EscapedQuoteAtTheEnd", "{\"a\":\"\\\"", Verdict::Refused},
+    {"EscapeAtTheEnd", R"({"a":"\)", Verdict::Refused},
+    {"EscapedQuoteAtTheEnd", R"({"a":"\")", Verdict::Refused},
     {"EscapedNul", of(R"("\u0000")"), Verdict::Refused},
     {"EscapedNulInAKey", R"({"a\u0000":1})", Verdict::Refused},
     {"Pair", of(R"("\ud83d\ude00")"), Verdict::Odd},
@@ -271,9 +271,8 @@ TEST_P(Judgement, IsThatOfTheLibrary) {
 }
 
 TEST_P(Judgement, IsReachedWhereItIsMeantToBe) {
-  const std::string text = GetParam().text.c_str();
   EXPECT_EQ(outline(GetParam().text).has_value(), GetParam().verdict == Verdict::Plain);
-  EXPECT_EQ(Response(text).is_sound(), GetParam().verdict != Verdict::Refused);
+  EXPECT_EQ(Response(GetParam().text).is_sound(), GetParam().verdict != Verdict::Refused);
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, Judgement, testing::ValuesIn(judged), name_of<Judged>);

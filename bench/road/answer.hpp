@@ -11,8 +11,8 @@
 namespace kestro::bench {
 
 inline json_t* port(const char* name) {
-  return json_pack("{s:s,s:b,s:s,s:i,s:[i,i],s:f,s:s}", "port", name, "enabled", 1, "link", "up", "speed", 1000, "vlans",
-                   1, 2000, "power", 12.5, "comment", "uplink of building \"7\"");
+  return json_pack("{s:s,s:b,s:s,s:i,s:[i,i],s:f,s:s}", "port", name, "enabled", 1, "link", "up", "speed", 1000,
+                   "vlans", 1, 2000, "power", 12.5, "comment", "uplink of building \"7\"");
 }
 
 // A new reference. Large results are made once: their making is not what is measured.

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -105,6 +106,7 @@ void answer(const char* frame, size_t length) {
 
 int main(int argc, char** argv) {
   if (argc < 4) return 2;
+  signal(SIGPIPE, SIG_IGN);
   epoll = epoll_create1(0);
   const int listener = listen_at(argv[1]);
   publisher = open_socket(NN_PUB);

@@ -44,10 +44,9 @@ int main(int argc, char** argv) {
     json_t* const request = json_loadb(bar + 1, static_cast<size_t>(frame + length - bar - 1), 0, nullptr);
     nn_freemsg(frame);
 
-    json_t* const response = json_pack(
-        "{s:s,s:O,s:o,s:O}", "jsonrpc", "2.0", "id", json_object_get(request, "method"), "result",
-        kestro::bench::result_for(json_object_get(request, "params")), "transaction_id",
-        json_object_get(request, "transaction_id"));
+    json_t* const response = json_pack("{s:s,s:O,s:o,s:O}", "jsonrpc", "2.0", "id", json_object_get(request, "method"),
+                                       "result", kestro::bench::result_for(json_object_get(request, "params")),
+                                       "transaction_id", json_object_get(request, "transaction_id"));
     char* const text = json_dumps(response, JSON_COMPACT);
     std::string answer = json_string_value(json_object_get(request, "id"));
     answer.append("|").append(text);

@@ -67,8 +67,8 @@ pid_t start_broker(int controller) {
   fcntl(controller, F_SETFD, 0);
   const std::string number = std::to_string(controller);
   execlp("dbus-broker", "dbus-broker", "--controller", number.c_str(), "--machine-id",
-         "0123456789abcdef0123456789abcdef", "--max-bytes", "100000000", "--max-fds", "100000", "--max-matches", "100000",
-         nullptr);
+         "0123456789abcdef0123456789abcdef", "--max-bytes", "100000000", "--max-fds", "100000", "--max-matches",
+         "100000", nullptr);
   _exit(127);
 }
 

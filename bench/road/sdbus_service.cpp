@@ -9,7 +9,8 @@ namespace {
 int get(sd_bus_message* call, void* /*userdata*/, sd_bus_error* /*error*/) {
   const char* port = nullptr;
   if (const int failed = sd_bus_message_read(call, "s", &port); failed < 0) return failed;
-  return sd_bus_reply_method_return(call, "sbsiaids", port, 1, "up", 1000, 2, 1, 2000, 12.5, "uplink of building \"7\"");
+  return sd_bus_reply_method_return(call, "sbsiaids", port, 1, "up", 1000, 2, 1, 2000, 12.5,
+                                    "uplink of building \"7\"");
 }
 
 const sd_bus_vtable methods[] = {

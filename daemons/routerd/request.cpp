@@ -38,11 +38,11 @@ const char* Request::examine() noexcept {
   return nullptr;
 }
 
-size_t Request::address(int32_t number) noexcept {
+Text Request::addressed(int32_t number) const noexcept {
   json_t* const object = object_.get();
-  if (json_object_set_new(object, transaction_id, json_integer(number)) != 0) return 0;
-  if (json_object_set_new(object, "id", json_string(KESTRO_JRPC_CHANNEL_ROUTER_REPLY)) != 0) return 0;
-  return json_dumpb(object, nullptr, 0, JSON_COMPACT | JSON_ENSURE_ASCII);
+  if (json_object_set_new(object, transaction_id, json_integer(number)) != 0) return nullptr;
+  if (json_object_set_new(object, "id", json_string(KESTRO_JRPC_CHANNEL_ROUTER_REPLY)) != 0) return nullptr;
+  return encode_json(object);
 }
 
 std::string Request::id_text() const {

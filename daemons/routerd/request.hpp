@@ -22,9 +22,9 @@ class Request {
   [[nodiscard]] bool is_notification() const noexcept { return !id_; }
   [[nodiscard]] const std::string& method() const noexcept { return method_; }
 
-  // Prepares the object for the bus: a transaction number of the router's own, and its reply channel as "id". Returns
-  // the bytes that it will have there, without a channel; 0 when memory runs out.
-  [[nodiscard]] size_t address(int32_t number) noexcept;
+  // The request as it goes onto the bus, with a transaction number of the router's own and its reply channel as "id".
+  // Null when memory runs out.
+  [[nodiscard]] Text addressed(int32_t number) const noexcept;
   // Borrowed. forget_object() releases what is no longer needed while the client waits.
   [[nodiscard]] json_t* object() const noexcept { return object_.get(); }
   void forget_object() noexcept { object_.reset(); }

@@ -221,11 +221,13 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
   }
   InFlight::Entry entry(in_flight_, io_, request.method(), InFlight::Clock::now() + time_for(request.method()));
   const Text channel(kestro_jrpc_router_extract_channel(request.method().c_str()));
-  if (!channel) {
+  Text text = request.addressed(entry.number());
+  if (!channel || !text) {
     refuse("out_of_memory");
     co_return std::string();
   }
-  const size_t size = strlen(channel.get()) + 1 + request.address(entry.number());
+  request.forget_object();
+  const size_t size = strlen(channel.get()) + 1 + strlen(text.get());
   if (size > bus_message_limit) {
     refuse("too_large");
     co_return std::string();
@@ -233,11 +235,11 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
 
   SendWindow::Place place(windows_.of(channel.get()));
   if (co_await place.enter(io_, size, entry.deadline(), entry.given_up())) {
-    if (bus_.dispatch(request.object()) != 0) {
+    if (bus_.publish(channel.get(), text.get()) != 0) {
       refuse("not_published");
       co_return std::string();
     }
-    request.forget_object();
+    text.reset();  // the client may wait for long
     if (auto response = co_await entry.response()) {
       ++stats_.answered;
       stats_.count_latency(InFlight::Clock::now() - entry.begun());
