@@ -109,7 +109,6 @@ asio::awaitable<const char*> Client::write(std::string_view text, Seconds timeou
 
 void Client::close() {
   // Unread bytes would turn the close into a reset, which can overtake the answer.
-  shutdown(socket_.get(), SHUT_WR);
   constexpr size_t enough = size_t{1} << 20;
   for (size_t dropped = 0; dropped < enough;) {
     const ssize_t count = recv(socket_.get(), scratch.data(), scratch.size(), MSG_DONTWAIT);
