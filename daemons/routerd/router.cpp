@@ -1,4 +1,5 @@
 #include "routerd/router.hpp"
+#include "common/notify.hpp"
 
 #include <jansson.h>
 #include <sys/mman.h>
@@ -23,7 +24,6 @@
 #include "kestro_jrpc/evaluate.hpp"
 #include "kestro_lsyslog.h"
 #include "kestro_socket.h"
-#include "routerd/notify.hpp"
 
 namespace kestro::routerd {
 
@@ -91,7 +91,7 @@ class Router::Presence {
 Router::Router(asio::io_context& io, Options options)
     : io_(io),
       options_(std::move(options)),
-      bus_(io, options_.bus_publish, options_.bus_subscribe),
+      bus_(io, options_.bus.publish, options_.bus.subscribe),
       signals_(io, SIGTERM, SIGINT),
       client_left_(io, asio::steady_timer::time_point::max()),
       stats_timer_(io),
@@ -135,11 +135,11 @@ void Router::run() {
   spawn(bus_.receive([this](std::string text) { deliver(std::move(text)); }));
   spawn(keep_stats());
   spawn(end_on_signal());
-  notify("READY=1");
+  daemons::notify("READY=1");
   here().log(Info, "ready: clients at %s%s%s, publishing at %s\n", options_.listen_unix.c_str(),
              listeners_.size() > 1 ? " and " : "",
              options_.listen_tcp != 0 ? ("port " + std::to_string(options_.listen_tcp)).c_str() : "",
-             options_.bus_publish.c_str());
+             options_.bus.publish.c_str());
   io_.run();
 }
 
@@ -313,8 +313,8 @@ asio::awaitable<void> Router::keep_stats() {
     stats_.clients = clients_.size();
     stats_.in_flight = in_flight_.size();
     stats_variable_.publish(stats_);
-    notify("WATCHDOG=1\nSTATUS=" + std::to_string(stats_.clients) + " clients, " + std::to_string(stats_.in_flight) +
-           " requests in flight" + (maintenance_ ? ", maintenance" : ""));
+    daemons::notify("WATCHDOG=1\nSTATUS=" + std::to_string(stats_.clients) + " clients, " +
+                    std::to_string(stats_.in_flight) + " requests in flight" + (maintenance_ ? ", maintenance" : ""));
     stats_timer_.expires_after(1s);
     asio::error_code woken;
     co_await stats_timer_.async_wait(use_result(woken));
@@ -337,7 +337,7 @@ asio::awaitable<void> Router::end_on_signal() {
 }
 
 asio::awaitable<void> Router::drain() {
-  notify("STOPPING=1");
+  daemons::notify("STOPPING=1");
   here().log(Info, "ending: %zu requests in flight\n", in_flight_.size());
   draining_ = true;
   stop_listening();

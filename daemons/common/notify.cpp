@@ -1,10 +1,10 @@
-#include "routerd/notify.hpp"
+#include "common/notify.hpp"
 
 #ifdef KESTRO_HAVE_SYSTEMD
 #include <systemd/sd-daemon.h>
 #endif
 
-namespace kestro::routerd {
+namespace kestro::daemons {
 
 void notify([[maybe_unused]] const std::string& state) {
 #ifdef KESTRO_HAVE_SYSTEMD
@@ -12,4 +12,4 @@ void notify([[maybe_unused]] const std::string& state) {
 #endif
 }
 
-}  // namespace kestro::routerd
+}  // namespace kestro::daemons
