@@ -223,11 +223,13 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
   }
   InFlight::Entry entry(in_flight_, io_, request.method(), InFlight::Clock::now() + time_for(request.method()));
   const Text channel(kestro_jrpc_router_extract_channel(request.method().c_str()));
-  if (!channel) {
+  Text text = request.addressed(entry.number());
+  if (!channel || !text) {
     refuse("out_of_memory");
     co_return std::string();
   }
-  const size_t size = strlen(channel.get()) + 1 + request.address(entry.number());
+  request.forget_object();
+  const size_t size = strlen(channel.get()) + 1 + strlen(text.get());
   if (size > bus_message_limit) {
     refuse("too_large");
     co_return std::string();
@@ -235,11 +237,11 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
 
   SendWindow::Place place(windows_.of(channel.get()));
   if (co_await place.enter(io_, size, entry.deadline(), entry.given_up())) {
-    if (bus_.dispatch(request.object()) != 0) {
+    if (bus_.publish(channel.get(), text.get()) != 0) {
       refuse("not_published");
       co_return std::string();
     }
-    request.forget_object();
+    text.reset();  // the client may wait for long
     if (auto response = co_await entry.response()) {
       const auto latency = InFlight::Clock::now() - entry.begun();
       auto answer = request.restore(std::move(*response), options_.strict_ids);
@@ -260,22 +262,23 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
 }
 
 void Router::deliver(std::string text) {
-  auto head = read_response_head(text.c_str());
-  if (!head.sound) {
+  Response response(std::move(text));
+  if (!response.is_sound()) {
     ++stats_.garbage;
     here().log(Debug, "dropped what is no response\n");
     return;
   }
-  switch (in_flight_.deliver(head.number, head.method, std::move(text))) {
+  const std::string method = response.method();
+  switch (in_flight_.deliver(std::move(response))) {
     case InFlight::Delivery::Done:
       break;
     case InFlight::Delivery::Late:
       ++stats_.late;
-      here().log(Debug, "dropped a late or repeated response of %s\n", head.method.c_str());
+      here().log(Debug, "dropped a late or repeated response of %s\n", method.c_str());
       break;
     case InFlight::Delivery::Foreign:
       ++stats_.foreign;
-      here().log(Debug, "dropped a response of %s that was not asked for here\n", head.method.c_str());
+      here().log(Debug, "dropped a response of %s that was not asked for here\n", method.c_str());
       break;
   }
 }
