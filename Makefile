@@ -2,11 +2,12 @@
 
 jobs := $(shell nproc)
 
-.PHONY: help deps build demo test clean
+.PHONY: help deps build demo test bench clean
 
 help:
 	@echo "make demo    build, start router and service on loopback, send the example requests, stop"
 	@echo "make test    build and run the whole test suite"
+	@echo "make bench   measure the library beside the bare libraries; the report is build/bench/report.json"
 	@echo "make build   build only (into build/dev)"
 	@echo "make clean   remove everything that was built"
 
@@ -22,6 +23,9 @@ demo: build
 
 test: build
 	@ctest --preset dev --parallel $(jobs)
+
+bench: deps
+	@scripts/bench.sh
 
 clean:
 	rm -rf build

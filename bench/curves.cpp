@@ -13,12 +13,10 @@ namespace kestro::bench {
 
 namespace {
 
-// The first line is for the plot, "# title; y label"; the second names the columns, and with the first of them x.
+// A table begins with the names of its columns: x, and what grows with it.
 struct Curve {
   const char* name;
-  const char* title;
-  const char* x;
-  const char* floor;
+  const char* columns;
   std::vector<size_t> points;
   Pair (*prepare)(size_t x);
 };
@@ -45,12 +43,10 @@ Pair growing_table(size_t methods) {
 const std::vector<size_t> sizes{100, 1'000, 10'000, 100'000, 300'000, 1'000'000};
 
 const Curve curves[] = {
-    {"request_size", "Evaluating a request", "bytes of the request", "bare jansson", sizes, growing_request},
-    {"answer_size", "Evaluating, with a growing result", "bytes of the result", "bare jansson", sizes, growing_answer},
-    {"methods",
-     "Evaluating, with the method in the last row",
-     "rows of the method table",
-     "bare jansson, no table",
+    {"request_size", "bytes of the request\tkestro, us\tbare jansson, us", sizes, growing_request},
+    {"result_size", "bytes of the result\tkestro, us\tbare jansson, us", sizes, growing_answer},
+    {"method_table",
+     "rows of the table, the last of which is called\tkestro, us\tbare jansson without a table, us",
      {1, 3, 10, 30, 100, 300, 1'000},
      growing_table},
 };
@@ -70,7 +66,7 @@ void write_point(FILE* file, const Curve& curve, size_t x) {
 bool write_curve(const std::string& directory, const Curve& curve) {
   const File file(fopen((directory + "/" + curve.name + ".tsv").c_str(), "w"));
   if (!file) return false;
-  fprintf(file.get(), "# %s; microseconds\n%s\tkestro\t%s\n", curve.title, curve.x, curve.floor);
+  fprintf(file.get(), "%s\n", curve.columns);
   for (const size_t x : curve.points) write_point(file.get(), curve, x);
   return ferror(file.get()) == 0;
 }

@@ -35,7 +35,7 @@ Pair look_up_last() {
 std::vector<Work> evaluation_work() {
   return {
       {.name = "evaluate: request 131 B, result 46 B", .target = 1.05, .prepare = evaluate_small},
-      {.name = "evaluate: request 131 B, result 110 KB", .target = 1.02, .prepare = evaluate_large, .block = 2},
+      {.name = "evaluate: request 131 B, result 110 KB", .target = 1.02, .prepare = evaluate_large, .block = 8},
       {.name = "evaluate: method 100 of 100 beside method 1", .target = 1.05, .prepare = look_up_last},
   };
 }

@@ -65,7 +65,7 @@ void measure(benchmark::State& state, const Work& work) {
     pair.tidy_up();
   }
   report_heap(state, pair);
-  SideBySide times(pair, work.block);
+  SideBySide times(pair, work.block, work.clock);
   for ([[maybe_unused]] const auto _ : state) state.SetIterationTime(times.round());
   report_times(state, work, times);
 }

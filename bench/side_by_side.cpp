@@ -1,10 +1,21 @@
 #include "side_by_side.hpp"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
+#include <ctime>
+#include <functional>
 
 namespace kestro::bench {
+
+namespace {
+
+double nanoseconds(Clock clock) {
+  timespec now{};
+  clock_gettime(clock == Clock::Thread ? CLOCK_THREAD_CPUTIME_ID : CLOCK_MONOTONIC, &now);
+  return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
+}
+
+}  // namespace
 
 double SideBySide::round() {
   if (ours_.size() % 2 == 0) {
@@ -26,12 +37,11 @@ double SideBySide::ratio_at(double part) const {
 }
 
 double SideBySide::time(const Repeat& work) {
-  using Clock = std::chrono::steady_clock;
-  const auto start = Clock::now();
+  const double start = nanoseconds(clock_);
   work(block_);
-  const std::chrono::duration<double, std::nano> taken = Clock::now() - start;
+  const double taken = nanoseconds(clock_) - start;
   pair_.tidy_up();
-  return taken.count() / static_cast<double>(block_);
+  return taken / static_cast<double>(block_);
 }
 
 std::vector<double> SideBySide::ratios() const {

@@ -10,7 +10,7 @@ namespace kestro::bench {
 
 class SideBySide {
  public:
-  SideBySide(const Pair& pair, size_t block) : pair_(pair), block_(block) {}
+  SideBySide(const Pair& pair, size_t block, Clock clock = Clock::Thread) : pair_(pair), block_(block), clock_(clock) {}
 
   // A block of each; who is first changes from round to round. Returns the seconds that ours took.
   double round();
@@ -30,6 +30,7 @@ class SideBySide {
 
   const Pair& pair_;
   size_t block_;
+  Clock clock_;
   std::vector<double> ours_;
   std::vector<double> floor_;
 };

@@ -91,9 +91,7 @@ Pair read_integer() {
           }),
           repeat([variable] {
             read_barely(variable->name(), sizeof(int32_t), [](const void* start) {
-              int32_t value = 0;
-              memcpy(&value, start, sizeof value);
-              benchmark::DoNotOptimize(value);
+              benchmark::DoNotOptimize(*static_cast<const volatile int32_t*>(start) + 0);
             });
           })};
 }

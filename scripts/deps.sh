@@ -14,6 +14,8 @@ packages=(
   clang clang-format clang-tidy
   # what the tests call for
   procps iputils-ping strace sqlite3 python3
+  # plots of the benchmarks
+  gnuplot-nox
 )
 
 missing=()
