@@ -4,11 +4,13 @@ jobs := $(shell nproc)
 SECONDS ?= 20
 
 .PHONY: help deps build demo test fuzz clean
+.PHONY: help deps build demo test bench clean
 
 help:
 	@echo "make demo    build, start router and service on loopback, send the example requests, stop"
 	@echo "make test    build and run the whole test suite"
 	@echo "make fuzz    search for inputs that break something, SECONDS=20 for each target"
+	@echo "make bench   measure the library beside the bare libraries; the report is build/bench/report.json"
 	@echo "make build   build only (into build/dev)"
 	@echo "make clean   remove everything that was built"
 
@@ -27,6 +29,8 @@ test: build
 
 fuzz: deps
 	@scripts/fuzz.sh $(SECONDS)
+bench: deps
+	@scripts/bench.sh
 
 clean:
 	rm -rf build

@@ -15,6 +15,8 @@ packages=(
   clang clang-format clang-tidy
   # what the tests call for
   procps iputils-ping strace sqlite3 python3
+  # plots of the benchmarks
+  gnuplot-nox
 )
 if [ "${1:-}" = bench ]; then
   packages+=(libsystemd-dev dbus-daemon dbus-broker redis-server libhiredis-dev)
