@@ -2,13 +2,15 @@
 
 jobs := $(shell nproc)
 
-.PHONY: help deps build demo test clean
+.PHONY: help deps build demo test check coverage clean
 
 help:
-	@echo "make demo    build, start router and service on loopback, send the example requests, stop"
-	@echo "make test    build and run the whole test suite"
-	@echo "make build   build only (into build/dev)"
-	@echo "make clean   remove everything that was built"
+	@echo "make demo      build, start router and service on loopback, send the example requests, stop"
+	@echo "make test      build and run the whole test suite"
+	@echo "make check     format, clang-tidy, cppcheck, gcc's analyzer, the units"
+	@echo "make coverage  which lines and branches of the library the tests reach"
+	@echo "make build     build only (into build/dev)"
+	@echo "make clean     remove everything that was built"
 
 deps:
 	@scripts/deps.sh
@@ -22,6 +24,12 @@ demo: build
 
 test: build
 	@ctest --preset dev --parallel $(jobs)
+
+check: build
+	@scripts/static.sh build/dev
+
+coverage: deps
+	@scripts/coverage.sh
 
 clean:
 	rm -rf build

@@ -19,11 +19,14 @@ std::string encoded(const json_t* value) {
   return text ? text.get() : "";
 }
 
+Json parsed(const std::string& text) {
+  json_error_t error;
+  return parse_json(text.c_str(), &error);
+}
+
 }  // namespace
 
-Request::Request(const std::string& text) {
-  json_error_t error;
-  object_ = parse_json(text.c_str(), &error);
+Request::Request(const std::string& text) : object_(parsed(text)) {
   objection_ = examine();
 }
 
