@@ -13,6 +13,15 @@ help:
 	@echo "make bench   measure the library beside the bare libraries; the report is build/bench/report.json"
 	@echo "make build   build only (into build/dev)"
 	@echo "make clean   remove everything that was built"
+.PHONY: help deps build demo test check coverage clean
+
+help:
+	@echo "make demo      build, start router and service on loopback, send the example requests, stop"
+	@echo "make test      build and run the whole test suite"
+	@echo "make check     format, clang-tidy, cppcheck, gcc's analyzer, the units"
+	@echo "make coverage  which lines and branches of the library the tests reach"
+	@echo "make build     build only (into build/dev)"
+	@echo "make clean     remove everything that was built"
 
 deps:
 	@scripts/deps.sh
@@ -31,6 +40,11 @@ fuzz: deps
 	@scripts/fuzz.sh $(SECONDS)
 bench: deps
 	@scripts/bench.sh
+check: build
+	@scripts/static.sh build/dev
+
+coverage: deps
+	@scripts/coverage.sh
 
 clean:
 	rm -rf build

@@ -12,7 +12,7 @@ packages=(
   # build
   make cmake ninja-build pkg-config g++ gcc ccache git
   # second compiler and checks
-  clang clang-format clang-tidy
+  clang clang-format clang-tidy cppcheck gcovr binutils
   # what the tests call for
   procps iputils-ping strace sqlite3 python3
   # plots of the benchmarks

@@ -1,11 +1,11 @@
 #include "routerd/bus.hpp"
 
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
-#include <fstream>
 
 #include "common/bus_sockets.hpp"
 #include "core/owned.hpp"
@@ -18,11 +18,14 @@ namespace {
 // A service that floods the router must not keep it from its clients.
 constexpr int frames_at_a_time = 64;
 
-// What the kernel grants of a wanted buffer; it doubles that for its own overhead.
-size_t granted_buffer(const char* limit_file) {
-  size_t limit = 212'992;
-  std::ifstream(limit_file) >> limit;
-  return std::min<size_t>(daemons::wanted_buffer, limit);
+// What the kernel grants a socket of the wanted send buffer; it tells the double, which is with its own overhead.
+size_t granted_buffer() {
+  const Descriptor probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  int size = daemons::wanted_buffer;
+  socklen_t length = sizeof size;
+  ::setsockopt(probe.get(), SOL_SOCKET, SO_SNDBUF, &size, length);
+  ::getsockopt(probe.get(), SOL_SOCKET, SO_SNDBUF, &size, &length);
+  return static_cast<size_t>(size) / 2;
 }
 
 }  // namespace
@@ -30,7 +33,7 @@ size_t granted_buffer(const char* limit_file) {
 Bus::Bus(asio::io_context& io, const std::string& publish, const std::vector<std::string>& subscribe)
     : publisher_(daemons::open_publisher(publish)),
       subscriber_(daemons::open_subscriber(subscribe, KESTRO_JRPC_CHANNEL_ROUTER_REPLY)),
-      capacity_(granted_buffer("/proc/sys/net/core/wmem_max")),
+      capacity_(granted_buffer()),
       readable_(io, daemons::receive_descriptor(subscriber_)) {}
 
 Bus::~Bus() {

@@ -210,7 +210,7 @@ asio::awaitable<void> Router::serve(std::shared_ptr<Client> client, std::unique_
   } else {
     stats_.bytes_out += answer.size();
   }
-  client->close();
+  co_return client->close();
 }
 
 // What the client is to be sent; empty when its request turns out to be none that can travel.
