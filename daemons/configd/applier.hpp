@@ -32,7 +32,8 @@ class Applier {
 
   // Applies what is pending, for as long as one call may take. What is left is for the next time.
   void repair();
-  // Asks the hardware for a sign of life if it is needed. To be called every second.
+  // Asks the hardware for a sign of life if something is pending. To be called every second, and when something became
+  // pending; never waits.
   void tick();
   // A switch that refused is not left alone any longer.
   void is_back(int32_t switch_number);

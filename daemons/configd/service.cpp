@@ -25,9 +25,10 @@ CoreSwitch::Clock::duration clock_duration(std::chrono::duration<double> seconds
   return std::chrono::duration_cast<CoreSwitch::Clock::duration>(seconds);
 }
 
+// The first time soon: what a killed process left pending is waiting.
 int32_t every_second() {
   int32_t timer = -1;
-  if (kestro_timer_init(&timer, 1) != status::ok || kestro_timer_set(timer, 1, 1) != status::ok) {
+  if (kestro_timer_init(&timer, 1) != status::ok || kestro_timer_nsec_set(timer, 0.1F, 1.0F) != status::ok) {
     throw std::runtime_error("no timer");
   }
   return timer;
