@@ -48,7 +48,7 @@ class ScriptedCoreSwitch {
     refusing,  // answers with the code, and does not do it
     deaf,      // neither does it nor answers
     mute,      // does it and does not answer
-    holding    // does it and keeps the answer for replay()
+    holding    // does it and keeps the answer
   };
 
   ScriptedCoreSwitch(const std::string& address, const std::string& configd)
@@ -73,6 +73,11 @@ class ScriptedCoreSwitch {
   void replay() {
     const std::lock_guard lock(mutex_);
     replaying_ = true;
+  }
+  void answer_what_was_kept() {
+    const std::lock_guard lock(mutex_);
+    send_kept();
+    kept_.clear();
   }
   // How often the method was called.
   int calls(const std::string& method) const {
@@ -119,10 +124,12 @@ class ScriptedCoreSwitch {
     if (mood_ == Mood::mute) return;
     const std::string answer = answer_to(request, method, result.get());
     if (mood_ == Mood::holding) return kept_.push_back(answer);
-    if (replaying_) {
-      for (const auto& kept : kept_) kestro_mq_socket_send(publisher_.handle(), kept.c_str());
-    }
+    if (replaying_) send_kept();
     kestro_mq_socket_send(publisher_.handle(), answer.c_str());
+  }
+
+  void send_kept() {
+    for (const auto& kept : kept_) kestro_mq_socket_send(publisher_.handle(), kept.c_str());
   }
 
   std::string answer_to(const json_t* request, const std::string& method, json_t* result) const {
@@ -177,6 +184,13 @@ class ScriptedCoreSwitch {
 };
 
 using Mood = ScriptedCoreSwitch::Mood;
+
+// "02:00:01:00:" and the number.
+inline std::string mac_of(int number) {
+  char text[64];
+  snprintf(text, sizeof text, "02:00:01:00:%02X:%02X", number / 256, number % 256);
+  return text;
+}
 
 // What a call gave.
 struct Answer {
@@ -262,11 +276,8 @@ class Unit {
 
   // c1 of a model, known to the hardware.
   void register_switch(const std::string& model = "VTR-E30p", int number = 1) {
-    char mac[18];
-    snprintf(mac, sizeof mac, "02:00:01:00:%02X:%02X", static_cast<unsigned>(number) >> 8U & 0xFFU,
-             static_cast<unsigned>(number) & 0xFFU);
     done("oec.Register", R"({"oec_id":"c)" + std::to_string(number) + R"(","model":")" + model +
-                             R"(","mac_address":")" + mac + R"("})");
+                             R"(","mac_address":")" + mac_of(number) + R"("})");
     EXPECT_TRUE(eventually([&] { return !is_pending(std::to_string(number)); })) << daemon().err();
   }
   [[nodiscard]] bool is_pending(const std::string& number) const {
