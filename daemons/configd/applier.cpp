@@ -23,9 +23,9 @@ void Applier::change(int32_t switch_number, const std::function<void()>& write, 
   try {
     Transaction transaction(database_);
     write();
-    auto told = was_pending ? stored(switch_number) : calls();
+    const auto told = was_pending ? stored(switch_number) : calls();
     may_differ = true;
-    core_switch_.call(std::move(told));
+    core_switch_.call(told);
     mark_applied(switch_number);
     transaction.commit();
   } catch (const Refusal&) {

@@ -91,14 +91,14 @@ void CoreSwitch::require_not_silent() const {
 Json CoreSwitch::call(const char* method, Json params) {
   std::vector<Call> calls;
   calls.push_back({method, std::move(params)});
-  return call(std::move(calls));
+  return call(calls);
 }
 
-Json CoreSwitch::call(std::vector<Call> calls) {
+Json CoreSwitch::call(const std::vector<Call>& calls) {
   require_not_silent();
   const auto deadline = Clock::now() + timeout_;
   Json result;
-  for (auto& each : calls) {
+  for (const auto& each : calls) {
     kestro_jrpc_clear_logic_sub_sock(answers_.get());
     const int64_t number = publish(each.method, each.params.get());
     result = result_of(await(each.method, number, deadline).get());

@@ -41,7 +41,7 @@ class CoreSwitch {
              std::function<bool()> stopping);
 
   // One after the other, all within the time-out. The last one's result. Throws Silence or Refusal.
-  Json call(std::vector<Call> calls);
+  Json call(const std::vector<Call>& calls);
   Json call(const char* method, Json params);
 
   // Throws Silence while calls fail at once.
