@@ -60,6 +60,7 @@ class CoreSwitch {
   [[nodiscard]] int descriptor() const { return daemons::receive_descriptor(answers_.get()); }
 
  private:
+  [[nodiscard]] std::string request(const char* method, json_t* params, int64_t number) const;
   int64_t publish(const char* method, json_t* params);
   Json await(const char* method, int64_t number, Clock::time_point deadline);
   bool is_timely_probe(const json_t* answer);

@@ -16,7 +16,7 @@ namespace kestro::configd {
 
 namespace {
 
-// A burst of requests must not keep the service from its other descriptors.
+// A burst of frames must not keep the service from its other descriptors.
 constexpr int frames_at_a_time = 32;
 constexpr int32_t nothing_there = -46;
 constexpr const char* reload = R"({"jsonrpc":"2.0","method":"logger.ReloadConf"})";
@@ -122,14 +122,20 @@ void Service::serve_requests() {
 
 void Service::serve_events() {
   survive("events", [this] {
-    for (Json event = next_event(events_.get()); event != nullptr; event = next_event(events_.get())) {
-      const int32_t number = switch_that_is_back(event.get());
-      if (number == 0) continue;
-      log_info(name_of_switch(number) + " is online");
-      applier_.is_back(number);
-      applier_.repair();
+    for (int taken = 0; taken < frames_at_a_time; ++taken) {
+      const Json event = next_event(events_.get());
+      if (event == nullptr) return;
+      take_event(event.get());
     }
   });
+}
+
+void Service::take_event(const json_t* event) {
+  const int32_t number = switch_that_is_back(event);
+  if (number == 0) return;
+  log_info(name_of_switch(number) + " is online");
+  applier_.is_back(number);
+  applier_.repair();
 }
 
 void Service::take_signs_of_life() {

@@ -86,6 +86,12 @@ TEST(ConfigdStart, RequestsOfAnyShapeAreSurvived) {
   EXPECT_EQ(unit.done("oec.List", "{}"), "[]");
 }
 
+TEST(ConfigdStart, WhatClientsWriteBeginsNoLineOfTheLog) {
+  Unit unit;
+  unit.done("ports.SetDescription", R"({"port_id":"d1","description":"a\u001b[31mb\n"})");
+  EXPECT_TRUE(unit.logs("d1: description is now \"a?[31mb?\"\n"));
+}
+
 // Someone has the database open and writes: calls fail as busy, and work again.
 TEST(ConfigdStart, ABusyDatabaseIsSurvived) {
   Unit unit;
