@@ -2,10 +2,11 @@
 
 jobs := $(shell nproc)
 
-.PHONY: help deps build demo test clean
+.PHONY: help deps build demo up test clean
 
 help:
-	@echo "make demo    build, start router and service on loopback, send the example requests, stop"
+	@echo "make demo    build, start the appliance on loopback, play a session of kestroctl, stop"
+	@echo "make up      build, run the appliance on loopback until Control-C, say how to call it"
 	@echo "make test    build and run the whole test suite"
 	@echo "make build   build only (into build/dev)"
 	@echo "make clean   remove everything that was built"
@@ -19,6 +20,9 @@ build: deps
 
 demo: build
 	@scripts/demo.sh build/dev
+
+up: build
+	@scripts/up.sh build/dev
 
 test: build
 	@ctest --preset dev --parallel $(jobs)
