@@ -4,11 +4,16 @@
 #   appliance_start BUILD_DIRECTORY    starts it and returns once every part of it answers
 #   appliance_stop                     ends it and removes what it left; harmless where nothing was started
 #
-# More options for the programs may stand in the arrays simd_options, configd_options and routerd_options. Started, there
-# are $appliance (the directory, with a log of each program) and $appliance_stats (the variable of the router's counters);
-# KESTRO_SOCKET and KESTRO_BUS, which kestroctl looks at, are exported; and PATH leads to kestroctl.
+# More options for the programs may be put into the arrays below before. Started, there are $appliance (the directory, with
+# a log of each program) and $appliance_stats (the variable of the router's counters); KESTRO_SOCKET and KESTRO_BUS, which
+# kestroctl looks at, are exported; and PATH leads to kestroctl.
+# shellcheck shell=bash
 
+simd_options=()
+configd_options=()
+routerd_options=()
 appliance=
+appliance_stats=
 declare -A appliance_pids=() # by program
 
 appliance_start() {
@@ -36,7 +41,7 @@ appliance_start() {
 appliance_stop() {
   local pid
   for pid in "${appliance_pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  for pid in "${appliance_pids[@]}"; do wait "$pid" 2>/dev/null || true; done
+  for pid in "${appliance_pids[@]}"; do _await_end "$pid"; done
   appliance_pids=()
   [ -z "$appliance" ] || rm -rf "$appliance"
   appliance=
@@ -61,6 +66,16 @@ _launch() { # PROGRAM DIRECTORY OPTION...
   appliance_pids[$program]=$!
 }
 
+# Some seconds for an end in good order.
+_await_end() { # PROCESS
+  for _ in {1..100}; do
+    kill -0 "$1" 2>/dev/null || break
+    sleep 0.1
+  done
+  kill -KILL "$1" 2>/dev/null || true
+  wait "$1" 2>/dev/null || true
+}
+
 # Outside the range from which the system takes ports by itself.
 _free_ports() { # COUNT
   python3 - "$1" <<'END'
@@ -81,8 +96,7 @@ END
 # The programs find each other within a moment; until then requests are lost on the bus. The configuration service tells
 # the hardware of the unit's own ports as soon as it can: then these two have found each other as well.
 _await_answers() {
-  local attempt
-  for attempt in {1..100}; do
+  for _ in {1..100}; do
     case $(_ask network.service.Discover)$(_ask sim.GetPort '{"port_id": "d1"}') in
       *'"service":"configd"'*'"configured":true'*) return 0 ;;
     esac

@@ -66,12 +66,12 @@ run_to_its_end() { # COMMAND
 }
 
 run_in_background() { # COMMAND
-  local output attempt
+  local output
   : >"$scratch/background"
   bash -c "exec ${1%&}" >"$scratch/background" 2>&1 </dev/null &
   background=$!
   shown=${#expected[@]}
-  for attempt in {1..100}; do
+  for _ in {1..100}; do
     mapfile -t output <"$scratch/background"
     ((${#output[@]} < shown)) || break
     sleep 0.1

@@ -3,7 +3,8 @@
 # Usage: up.sh BUILD_DIRECTORY
 set -euo pipefail
 
-. "$(dirname "$0")/appliance.sh"
+root=$(cd "$(dirname "$0")/.." && pwd)
+. "$root/scripts/appliance.sh"
 trap appliance_stop EXIT
 trap 'echo; echo "up: stopped"; exit 0' INT TERM
 
