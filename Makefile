@@ -5,9 +5,11 @@ SECONDS ?= 20
 
 .PHONY: help deps build demo test fuzz clean
 .PHONY: help deps build demo test bench clean
+.PHONY: help deps build demo up test clean
 
 help:
-	@echo "make demo    build, start router and service on loopback, send the example requests, stop"
+	@echo "make demo    build, start the appliance on loopback, play a session of kestroctl, stop"
+	@echo "make up      build, run the appliance on loopback until Control-C, say how to call it"
 	@echo "make test    build and run the whole test suite"
 	@echo "make fuzz    search for inputs that break something, SECONDS=20 for each target"
 	@echo "make bench   measure the library beside the bare libraries; the report is build/bench/report.json"
@@ -32,6 +34,9 @@ build: deps
 
 demo: build
 	@scripts/demo.sh build/dev
+
+up: build
+	@scripts/up.sh build/dev
 
 test: build
 	@ctest --preset dev --parallel $(jobs)
