@@ -60,6 +60,9 @@ void add_verbs(CommandLine& line) {
   add_monitor(line);
   add_wait(line);
   add_stats(line);
+  add_log(line);
+  add_check(line);
+  add_explain(line);
 }
 
 Exit run(CommandLine& line) {

@@ -27,6 +27,7 @@ struct CommandLine {
 // Headings of the help.
 inline constexpr const char* calling = "Calling services";
 inline constexpr const char* watching = "Watching";
+inline constexpr const char* configuring = "Configuring";
 inline constexpr const char* looking_up = "Looking up (without a router)";
 
 // Adds a verb that does `run`, with examples below its help.
