@@ -55,7 +55,8 @@ Exit run(const Options& options) {
 void add_check(CommandLine& line) {
   const auto options = std::make_shared<Options>();
   auto& verb = add_verb(
-      line, looking_up, "check", "Say whether services accept a value, and why not", [options] { return run(*options); },
+      line, looking_up, "check", "Say whether services accept a value, and why not",
+      [options] { return run(*options); },
       "  kestroctl check                     every field and its rule\n"
       "  kestroctl check port_id c1-1\n"
       "  kestroctl check onu_id -1\n"

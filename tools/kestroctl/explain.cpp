@@ -49,7 +49,11 @@ void show_row(int32_t code, const char* text, const char* note = "") {
 }
 
 void show_head(const char* kind, int32_t code, const char* text) {
-  print(Line(look_of(STDOUT_FILENO)).add(kind).add(std::to_string(code) + ":", Colour::Cyan).add(text, Colour::Bold).text());
+  print(Line(look_of(STDOUT_FILENO))
+            .add(kind)
+            .add(std::to_string(code) + ":", Colour::Cyan)
+            .add(text, Colour::Bold)
+            .text());
 }
 
 void explain_status(int32_t status) {

@@ -45,7 +45,8 @@ class NewFile {
   void take_after(const std::string& target) const {
     struct stat old {};
     const bool there = stat(target.c_str(), &old) == 0;
-    if (there && (old.st_uid != geteuid() || old.st_gid != getegid()) && fchown(fd_.get(), old.st_uid, old.st_gid) != 0) {
+    if (there && (old.st_uid != geteuid() || old.st_gid != getegid()) &&
+        fchown(fd_.get(), old.st_uid, old.st_gid) != 0) {
       fail("keep the owner of", target);
     }
     if (fchmod(fd_.get(), there ? old.st_mode & 07777 : usual_mode) != 0) fail("keep the mode of", target);

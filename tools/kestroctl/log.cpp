@@ -27,7 +27,8 @@ struct Options {
 };
 
 void warn_unless_level(const std::string& daemon, const std::string& value) {
-  if (!is_log_level(value)) say(tame(daemon) + ": \"" + tame(value) + "\" is no level; the daemon keeps the one it has");
+  if (!is_log_level(value))
+    say(tame(daemon) + ": \"" + tame(value) + "\" is no level; the daemon keeps the one it has");
 }
 
 Exit show_all(const std::string& text) {
@@ -92,7 +93,8 @@ std::string check_daemon(const std::string& name) {
 void add_log(CommandLine& line) {
   const auto options = std::make_shared<Options>();
   auto& verb = add_verb(
-      line, configuring, "log", "Show or set how much a daemon logs", [&line, options] { return run(line.common, *options); },
+      line, configuring, "log", "Show or set how much a daemon logs",
+      [&line, options] { return run(line.common, *options); },
       "  kestroctl log                   every daemon's level\n"
       "  kestroctl log router            the router's\n"
       "  kestroctl log router debug      set it, and have the router read it\n"

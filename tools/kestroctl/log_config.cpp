@@ -107,7 +107,8 @@ std::vector<LevelEntry> read_levels(std::string_view text) {
   for (size_t i = where.begin; i < where.end; ++i) {
     const auto key = key_of(lines[i]);
     const auto value = key ? value_of(lines[i]) : std::nullopt;
-    const bool known = std::any_of(entries.begin(), entries.end(), [&](const auto& entry) { return entry.daemon == key; });
+    const bool known =
+        std::any_of(entries.begin(), entries.end(), [&](const auto& entry) { return entry.daemon == key; });
     if (value && !known) entries.push_back({std::string(*key), std::string(*value)});
   }
   return entries;
