@@ -1,12 +1,14 @@
 # The commands of everyday. Each installs what Debian packages it needs, builds, and does what it says.
 
 jobs := $(shell nproc)
+MINUTES ?= 2
 
-.PHONY: help deps build demo test clean
+.PHONY: help deps build demo test soak clean
 
 help:
 	@echo "make demo    build, start router and service on loopback, send the example requests, stop"
 	@echo "make test    build and run the whole test suite"
+	@echo "make soak    run the appliance under load for MINUTES=2 while one thing after the other fails"
 	@echo "make build   build only (into build/dev)"
 	@echo "make clean   remove everything that was built"
 
@@ -22,6 +24,9 @@ demo: build
 
 test: build
 	@ctest --preset dev --parallel $(jobs)
+
+soak: build
+	@scripts/soak.py build/dev --minutes $(MINUTES) --seed $$(date +%s)
 
 clean:
 	rm -rf build

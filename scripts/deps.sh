@@ -13,7 +13,7 @@ packages=(
   # second compiler and checks
   clang clang-format clang-tidy
   # what the tests call for
-  procps iputils-ping strace sqlite3 python3
+  procps iputils-ping strace sqlite3 python3 faketime
 )
 
 missing=()
