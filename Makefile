@@ -6,6 +6,9 @@ SECONDS ?= 20
 .PHONY: help deps build demo test fuzz clean
 .PHONY: help deps build demo test bench clean
 .PHONY: help deps build demo up test clean
+MINUTES ?= 2
+
+.PHONY: help deps build demo test soak clean
 
 help:
 	@echo "make demo    build, start the appliance on loopback, play a session of kestroctl, stop"
@@ -13,6 +16,7 @@ help:
 	@echo "make test    build and run the whole test suite"
 	@echo "make fuzz    search for inputs that break something, SECONDS=20 for each target"
 	@echo "make bench   measure the library beside the bare libraries; the report is build/bench/report.json"
+	@echo "make soak    run the appliance under load for MINUTES=2 while one thing after the other fails"
 	@echo "make build   build only (into build/dev)"
 	@echo "make clean   remove everything that was built"
 .PHONY: help deps build demo test check coverage clean
@@ -50,6 +54,8 @@ check: build
 
 coverage: deps
 	@scripts/coverage.sh
+soak: build
+	@scripts/soak.py build/dev --minutes $(MINUTES) --seed $$(date +%s)
 
 clean:
 	rm -rf build

@@ -17,6 +17,7 @@ packages=(
   procps iputils-ping strace sqlite3 python3
   # plots of the benchmarks
   gnuplot-nox
+  procps iputils-ping strace sqlite3 python3 faketime
 )
 if [ "${1:-}" = bench ]; then
   packages+=(libsystemd-dev dbus-daemon dbus-broker redis-server libhiredis-dev)
