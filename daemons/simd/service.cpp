@@ -336,11 +336,11 @@ int32_t discover(json_t* /*params*/, json_t** result, json_t** /*err_data*/) {
 std::vector<daemons::Method> all_methods() {
   using daemons::optional;
   return {
-      {"emac.service.CoreSwitchGetTemps", get_temperatures, "the temperatures of the unit"},
-      {"emac.service.CoreSwitchGetInfo", get_info, "model, serial number, MAC address and versions of the unit"},
+      {"emac.service.CoreSwitchGetTemps", get_temperatures, "The temperatures of the unit."},
+      {"emac.service.CoreSwitchGetInfo", get_info, "Model, serial number, MAC address and versions of the unit."},
       {"emac.service.CoreSwitchConfigure",
        configure,
-       "sets the state of ports, each in place of its earlier one",
+       "Sets the state of ports, each in place of its earlier one.",
        {{"oec_number", "integer", "1 to 512 for an edge switch, 10001 for the unit's own ports"},
         {"ports", "array",
          "objects with port_number, port_status, poe_status, link_status, link_speed, vlan_mode, vlan_ids, and "
@@ -348,22 +348,22 @@ std::vector<daemons::Method> all_methods() {
         {"mgmt_vlan_id", "integer", "the VLAN of the management", optional}}},
       {"emac.service.EdgeSwitchGetPoePower",
        get_poe_power,
-       "what ports of an edge switch deliver, in milliwatts",
+       "What ports of an edge switch deliver, in milliwatts.",
        {{"oec_number", "integer", "1 to 512"}, {"port_numbers", "array", "numbers from 1 to 64"}}},
       {"omac.service.OltGetMultiRssi",
        get_rssi,
-       "the signal of each optical unit on a line, in dBm",
+       "The signal of each optical unit on a line, in dBm.",
        {{"olt_id", "integer", "0 to 7"}}},
       {"sim.SetFault",
        set_fault,
-       "makes something fail, or right again",
+       "Makes something fail, or right again.",
        {{"fault", "string", "offline, silent, late or none"},
         {"oec_id", "string", "for offline and none: this edge switch only", optional},
         {"milliseconds", "integer", "for late: the delay of every answer", optional}}},
-      {"sim.GetPort", get_port, "what the hardware holds for a port", {{"port_id", "string", "like c1-1 or d1"}}},
-      {"sim.GetUnit", get_unit, "the management VLAN of the hardware, and what is wrong with it"},
-      {"rpc.discover", discover, "this description"},
-      {"logger.ReloadConf", kestro_lsyslog_reload_conf_api, "reads the level of the log again"},
+      {"sim.GetPort", get_port, "What the hardware holds for a port.", {{"port_id", "string", "like c1-1 or d1"}}},
+      {"sim.GetUnit", get_unit, "The management VLAN of the hardware, and what is wrong with it."},
+      {"rpc.discover", discover, "This description."},
+      {"logger.ReloadConf", kestro_lsyslog_reload_conf_api, "Reads the level of the log again."},
   };
 }
 
