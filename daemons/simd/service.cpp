@@ -92,16 +92,18 @@ int32_t check_number(int32_t oec_number, int32_t port_number, json_t** err_data)
   return explain(err_data, no_such_port, head_end ? "the unit's own ports are 1 to 8" : "ports are 1 to 64");
 }
 
-// What the reader of ports lets pass and no hardware would take.
-int32_t check_port(const kestro_data_port& port, json_t** err_data) {
-  const int32_t status = check_number(port.oec_number, port.port_number, err_data);
+// What the reader of ports lets pass and no hardware would take. Looks at the numbers as they were sent: one that is
+// outside of its enumeration must not be read from the record.
+int32_t check_port(const json_t* element, int32_t oec_number, json_t** err_data) {
+  const auto port_number = static_cast<int32_t>(json_integer_value(json_object_get(element, "port_number")));
+  const int32_t status = check_number(oec_number, port_number, err_data);
   if (status != ok) return status;
   for (const auto& enumeration : enumerations) {
-    const int32_t value = enumeration.of(port);
+    const json_int_t value = json_integer_value(json_object_get(element, enumeration.member));
     if (value >= 0 && value < enumeration.count) continue;
-    return explain(err_data, refused,
-                   port_id_of(port.oec_number, port.port_number) + ": " + enumeration.member + " cannot be " +
-                       std::to_string(value));
+    return explain(
+        err_data, refused,
+        port_id_of(oec_number, port_number) + ": " + enumeration.member + " cannot be " + std::to_string(value));
   }
   return ok;
 }
@@ -136,10 +138,11 @@ int32_t read_ports(json_t* params, json_t** err_data, int32_t oec_number, std::v
   std::vector<kestro_data_port> records;
   int32_t status = read_records(params, err_data, records);
   for (size_t i = 0; status == ok && i < records.size(); ++i) {
+    json_t* const element = json_array_get(json_object_get(params, "ports"), i);
     Port port{records[i], {}};
     port.record.oec_number = oec_number;
-    status = check_port(port.record, err_data);
-    if (status == ok) status = read_filters(json_array_get(json_object_get(params, "ports"), i), err_data, port);
+    status = check_port(element, oec_number, err_data);
+    if (status == ok) status = read_filters(element, err_data, port);
     ports.push_back(std::move(port));
   }
   return status;
