@@ -17,6 +17,11 @@ if(KESTRO_SANITIZE)
   endif()
 endif()
 
+if(KESTRO_BUILD_FUZZ)
+  # Every branch of every object guides the search; only the fuzz targets get the main() that searches.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # What makes an error in our own code harder to exploit. scripts/check_hardening.sh looks whether it arrived.
 include(CheckPIESupported)
 check_pie_supported()

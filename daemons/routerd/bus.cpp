@@ -1,7 +1,9 @@
 #include "routerd/bus.hpp"
 
+#include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
 
@@ -40,8 +42,8 @@ Bus::~Bus() {
   kestro_mq_socket_close(publisher_);
 }
 
-int32_t Bus::dispatch(json_t* request) {
-  return kestro_jrpc_router_mq_dispatch_request(&publisher_, request);
+int32_t Bus::publish(const char* channel, const char* request) {
+  return kestro_jrpc_mq_pub(&publisher_, channel, request);
 }
 
 void Bus::stop() {
@@ -56,21 +58,27 @@ asio::awaitable<void> Bus::receive(std::function<void(std::string)> take) {
     co_await readable_.async_wait(asio::posix::stream_descriptor::wait_read,
                                   asio::redirect_error(asio::use_awaitable, failed));
     if (failed) co_return;
-    for (int taken = 0; taken < frames_at_a_time && take_one(take); ++taken) {
-    }
+    int taken = 0;
+    do {
+      take_one(take);
+    } while (++taken < frames_at_a_time && has_frame());
   }
 }
 
-bool Bus::take_one(const std::function<void(std::string)>& take) const {
+// Asking nanomsg would contend with its own thread, which at that moment is receiving the next one.
+bool Bus::has_frame() {
+  pollfd readable{.fd = readable_.native_handle(), .events = POLLIN, .revents = 0};
+  return poll(&readable, 1, 0) > 0;
+}
+
+void Bus::take_one(const std::function<void(std::string)>& take) const {
   char* raw_frame = nullptr;
   int32_t length = 0;
-  if (kestro_mq_socket_recv(subscriber_, &raw_frame, &length, 1) != 0) return false;
+  if (kestro_mq_socket_recv(subscriber_, &raw_frame, &length, 1) != 0) return;
   const Text frame(raw_frame);
-  char* raw_text = nullptr;
-  kestro_jrpc_parse_msg(frame.get(), length, &raw_text);
-  const Text text(raw_text);
-  take(text ? text.get() : "");
-  return true;
+  const char* const end = raw_frame + length;
+  const char* const bar = std::find(raw_frame, raw_frame + length, '|');
+  take(bar != end ? std::string(bar + 1, end) : std::string());
 }
 
 }  // namespace kestro::routerd

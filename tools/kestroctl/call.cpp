@@ -88,7 +88,7 @@ void add_call(CommandLine& line) {
       ->capture_default_str()
       ->type_name("ID");
   verb.add_option("--repeat", options->repeat, "call so many times, one after the other")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::PositiveNumber.description(""))
       ->type_name("N");
   add_timeout(verb, options->timeout, "how long to wait for the router");
 }

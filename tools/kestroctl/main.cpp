@@ -20,17 +20,15 @@ constexpr const char* usual_socket = "/run/kestro/router.sock";
 
 void add_common_options(CommandLine& line, bool& verbose) {
   auto& app = line.app;
-  auto* const socket =
-      app.add_option("--socket", line.common.router.socket, "the router's Unix-domain socket; also from KESTRO_SOCKET")
-          ->type_name("PATH")
-          ->default_str(usual_socket);
+  app.add_option("--socket", line.common.router.socket, "the router's Unix-domain socket; also from KESTRO_SOCKET")
+      ->type_name("PATH")
+      ->default_str(usual_socket);
   app.add_option("--tcp", line.common.router.port, "the router's port on 127.0.0.1, instead")
-      ->check(CLI::Range(1, 65535))
-      ->type_name("PORT")
-      ->excludes(socket);
+      ->check(CLI::Range(1, 65535).description(""))
+      ->type_name("PORT");
   app.add_option("--bus", line.common.bus,
                  "a publisher to listen to; repeatable; also from KESTRO_BUS, with blanks between")
-      ->check(daemons::bus_address())
+      ->check(daemons::bus_address().description(""))
       ->type_name("ADDRESS")
       ->allow_extra_args(false);
   app.add_flag("--debug", verbose, "the library's own log, on standard error");
@@ -38,6 +36,9 @@ void add_common_options(CommandLine& line, bool& verbose) {
 
 // What the command line leaves open.
 void complete(Common& common) {
+  if (common.router.port != 0 && !common.router.socket.empty()) {
+    throw Failure(Exit::Usage, "--socket or --tcp, not both");
+  }
   if (common.router.port == 0 && common.router.socket.empty()) {
     const char* const given = getenv("KESTRO_SOCKET");
     common.router.socket = given != nullptr && *given != '\0' ? given : usual_socket;
@@ -60,6 +61,10 @@ void add_verbs(CommandLine& line) {
   add_monitor(line);
   add_wait(line);
   add_stats(line);
+  add_log(line);
+  add_bench(line);
+  add_check(line);
+  add_explain(line);
 }
 
 Exit run(CommandLine& line) {

@@ -73,14 +73,15 @@ std::string now_text(const char* format) {
   return text;
 }
 
+// To the microsecond.
 double milliseconds(Clock::duration time) {
-  return std::chrono::duration<double, std::milli>(time).count();
+  return static_cast<double>(std::chrono::round<std::chrono::microseconds>(time).count()) / 1000;
 }
 
 std::string latency_text(const Message& message) {
   if (!message.latency) return "";
   char text[32];
-  snprintf(text, sizeof text, "%.1f ms", milliseconds(*message.latency));
+  snprintf(text, sizeof text, "%.2f ms", milliseconds(*message.latency));
   return text;
 }
 

@@ -33,7 +33,25 @@ bool holds_controls(std::string_view text) {
   return false;
 }
 
+bool holds_real(const json_t* value) {
+  const char* key = nullptr;
+  json_t* member = nullptr;
+  json_object_foreach(const_cast<json_t*>(value), key, member) {
+    if (holds_real(member)) return true;
+  }
+  for (size_t i = 0; i < json_array_size(value); ++i) {
+    if (holds_real(json_array_get(value, i))) return true;
+  }
+  return json_is_real(value);
+}
+
+// Numbers in as few digits as keep their value: 43.1 and not 43.100000000000001.
 std::string dump(const json_t* value, size_t flags) {
+  if (holds_real(value)) {
+    const Text brief(json_dumps(value, flags | JSON_ENCODE_ANY | JSON_REAL_PRECISION(15)));
+    const Json read(brief ? json_loads(brief.get(), JSON_DECODE_ANY, nullptr) : nullptr);
+    if (json_equal(read.get(), value) != 0) return brief.get();
+  }
   const Text text(json_dumps(value, flags | JSON_ENCODE_ANY));
   return text ? text.get() : "";
 }

@@ -27,11 +27,14 @@ struct CommandLine {
 // Headings of the help.
 inline constexpr const char* calling = "Calling services";
 inline constexpr const char* watching = "Watching";
+inline constexpr const char* configuring = "Configuring";
 inline constexpr const char* looking_up = "Looking up (without a router)";
 
 // Adds a verb that does `run`, with examples below its help.
 CLI::App& add_verb(CommandLine& line, const char* group, const char* name, const char* what, std::function<Exit()> run,
                    const char* examples);
+// An option with a time from 0.001 to 604800 seconds. A default of 0 is none.
+CLI::Option* add_seconds(CLI::App& verb, const char* name, Seconds& value, const char* what);
 // --timeout.
 void add_timeout(CLI::App& verb, Seconds& value, const char* what);
 
