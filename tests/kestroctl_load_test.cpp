@@ -245,7 +245,8 @@ std::string answer(const json_t* request, json_int_t shift = 0) {
 }
 
 Load load_on(const std::string& path, uint64_t requests, size_t clients) {
-  return {.router = {.socket = path, .port = 0}, .clients = clients, .requests = requests, .patience = 60s, .method = "m"};
+  return {
+      .router = {.socket = path, .port = 0}, .clients = clients, .requests = requests, .patience = 60s, .method = "m"};
 }
 
 Ledger run(const Load& load) {

@@ -63,7 +63,8 @@ const Case cases[] = {
     {"BlankInTheValue", "[logging_levels]\nrouter=info \n", "info ", "[logging_levels]\nrouter=debug\n"},
     {"SecondSection", "[logging_levels]\na=info\n[logging_levels]\nrouter=info\n", "-",
      "[logging_levels]\na=info\nrouter=debug\n[logging_levels]\nrouter=info\n"},
-    {"TwoEntries", "[logging_levels]\nrouter=info\nrouter=off\n", "info", "[logging_levels]\nrouter=debug\nrouter=off\n"},
+    {"TwoEntries", "[logging_levels]\nrouter=info\nrouter=off\n", "info",
+     "[logging_levels]\nrouter=debug\nrouter=off\n"},
     {"UnfinishedEntry", "[logging_levels]\nrouter=info", "-", "[logging_levels]\nrouter=debug\n"},
     {"UnfinishedOther", "[logging_levels]\na=info", "-", "[logging_levels]\na=info\nrouter=debug\n"},
     {"CarriageReturns", "[logging_levels]\r\na=info\r\nrouter=info\r\n[b]\r\n", "info\r",
@@ -73,7 +74,8 @@ const Case cases[] = {
     {"LongerName", "[logging_levels]\nrouter2=info\n", "-", "[logging_levels]\nrouter2=info\nrouter=debug\n"},
     {"EmptyValue", "[logging_levels]\nrouter=\n", "", "[logging_levels]\nrouter=debug\n"},
     {"SecondEquals", "[logging_levels]\nrouter=a=b\n", "a=b", "[logging_levels]\nrouter=debug\n"},
-    {"ZeroByteBeforeTheEntry", "[logging_levels]\n\0router=info\n"s, "-", "[logging_levels]\n\0router=info\nrouter=debug\n"s},
+    {"ZeroByteBeforeTheEntry", "[logging_levels]\n\0router=info\n"s, "-",
+     "[logging_levels]\n\0router=info\nrouter=debug\n"s},
     {"ZeroByteInTheValue", "[logging_levels]\nrouter=in\0fo\n"s, "-",
      "[logging_levels]\nrouter=in\0fo\nrouter=debug\n"s},
     {"LongSectionName", "[" + std::string(50, 'x') + "]\n[logging_levels]\nrouter=info\n", "info",
@@ -104,7 +106,8 @@ TEST_P(LogConfig, IsEditedOnce) {
 INSTANTIATE_TEST_SUITE_P(Texts, LogConfig, testing::ValuesIn(cases), name_of<Case>);
 
 TEST(LogConfig, EveryEntryIsListedOnce) {
-  const auto entries = ctl::read_levels("[a]\nx=off\n[logging_levels]\nrouter=info\n#b=off\nsimd=no\nrouter=off\n[c]\ny=off\n");
+  const auto entries =
+      ctl::read_levels("[a]\nx=off\n[logging_levels]\nrouter=info\n#b=off\nsimd=no\nrouter=off\n[c]\ny=off\n");
   ASSERT_EQ(entries.size(), 2U);
   EXPECT_EQ(entries[0].daemon + ":" + entries[0].value, "router:info");
   EXPECT_EQ(entries[1].daemon + ":" + entries[1].value, "simd:no");
@@ -112,14 +115,16 @@ TEST(LogConfig, EveryEntryIsListedOnce) {
 
 TEST(LogConfig, LevelsAreThoseOfTheLibrary) {
   for (const char* word : {"off", "info", "debug", "verbose"}) EXPECT_TRUE(ctl::is_log_level(word)) << word;
-  for (const char* word : {"", "warn", "error", "INFO", "info ", "info\r"}) EXPECT_FALSE(ctl::is_log_level(word)) << word;
+  for (const char* word : {"", "warn", "error", "INFO", "info ", "info\r"})
+    EXPECT_FALSE(ctl::is_log_level(word)) << word;
 }
 
 TEST(LogConfig, NamesThatTheFileCannotHoldAreRefused) {
   EXPECT_TRUE(ctl::is_daemon_name("router"));
   EXPECT_TRUE(ctl::is_daemon_name(std::string(50, 'n')));
   EXPECT_FALSE(ctl::is_daemon_name(std::string(51, 'n')));
-  for (const auto& name : {""s, "a=b"s, "a\nb"s, "a\0b"s, "#a"s, "[a"s}) EXPECT_FALSE(ctl::is_daemon_name(name)) << name;
+  for (const auto& name : {""s, "a=b"s, "a\nb"s, "a\0b"s, "#a"s, "[a"s})
+    EXPECT_FALSE(ctl::is_daemon_name(name)) << name;
 }
 
 TEST(LogConfig, TheLongestNameIsReadByTheLibrary) {

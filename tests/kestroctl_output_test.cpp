@@ -23,12 +23,14 @@ constexpr Look pretty{.pretty = true};
 constexpr Look coloured{.pretty = true, .coloured = true};
 
 TEST(JsonText, IsCompactAsciiForPrograms) {
-  EXPECT_EQ(json_text(json_of(R"({"b": [1, {"a": null}], "t": "ü"})").get(), plain), R"({"b":[1,{"a":null}],"t":"\u00FC"})");
+  EXPECT_EQ(json_text(json_of(R"({"b": [1, {"a": null}], "t": "ü"})").get(), plain),
+            R"({"b":[1,{"a":null}],"t":"\u00FC"})");
 }
 
 TEST(JsonText, IsIndentedForEyes) {
-  EXPECT_EQ(json_text(json_of(R"({"b":[1,{"a":true}],"e":{},"f":[],"t":"ü"})").get(), pretty),
-            "{\n  \"b\": [\n    1,\n    {\n      \"a\": true\n    }\n  ],\n  \"e\": {},\n  \"f\": [],\n  \"t\": \"ü\"\n}");
+  EXPECT_EQ(
+      json_text(json_of(R"({"b":[1,{"a":true}],"e":{},"f":[],"t":"ü"})").get(), pretty),
+      "{\n  \"b\": [\n    1,\n    {\n      \"a\": true\n    }\n  ],\n  \"e\": {},\n  \"f\": [],\n  \"t\": \"ü\"\n}");
 }
 
 TEST(JsonText, SaysTheSameWithColours) {
@@ -38,8 +40,10 @@ TEST(JsonText, SaysTheSameWithColours) {
   EXPECT_THAT(text, HasSubstr("\33[32m\"x\"\33[0m"));
   std::string without;
   for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\33') i = text.find('m', i);
-    else without += text[i];
+    if (text[i] == '\33')
+      i = text.find('m', i);
+    else
+      without += text[i];
   }
   EXPECT_EQ(without, json_text(value.get(), pretty));
   EXPECT_EQ(json_equal(json_of(without).get(), value.get()), 1);
@@ -97,13 +101,16 @@ TEST(StatsTable, ShowsOutcomesReasonsAndTimes) {
   const auto table = ctl::stats_table(json_of(counters).get(), nullptr, 0, plain);
   EXPECT_THAT(table, HasSubstr("\naccepted                 120\n"));
   EXPECT_THAT(table, HasSubstr("\n  answered               100  by a service\n"));
-  EXPECT_THAT(table, HasSubstr("\n  refused                  5  closed without an answer\n    no_json                4\n"
-                               "    no_id                  1\n"));
+  EXPECT_THAT(table,
+              HasSubstr("\n  refused                  5  closed without an answer\n    no_json                4\n"
+                        "    no_id                  1\n"));
   EXPECT_THAT(table, Not(HasSubstr("bad_id")));
   EXPECT_THAT(table, HasSubstr("\n  in flight                8\n"));
-  EXPECT_THAT(table, HasSubstr("\n  below       2 ms         60  " + std::string(40, '#') + "\n"
+  EXPECT_THAT(table, HasSubstr("\n  below       2 ms         60  " + std::string(40, '#') +
+                               "\n"
                                "  below       4 ms          0\n"
-                               "  below       8 ms         40  " + std::string(27, '#')));
+                               "  below       8 ms         40  " +
+                               std::string(27, '#')));
   EXPECT_THAT(table, Not(HasSubstr("below       1 ms")));
   EXPECT_THAT(table, Not(HasSubstr("below      16 ms")));
   EXPECT_THAT(table, Not(HasSubstr("/s")));

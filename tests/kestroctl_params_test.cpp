@@ -54,7 +54,8 @@ TEST(Params, AMistakeIsShownInItsPlace) {
             "        ^");
   EXPECT_THAT(failure_of(Exit::Usage, [] { ctl::parse_params("{\n  \"a\": 1,\n  \"b\" 2\n}"); }),
               HasSubstr("line 3, column 7: ':' expected near '2'\n    \"b\" 2\n        ^"));
-  EXPECT_THAT(failure_of(Exit::Usage, [] { ctl::parse_params(R"({"a":1,"a":2})"); }), HasSubstr("duplicate object key"));
+  EXPECT_THAT(failure_of(Exit::Usage, [] { ctl::parse_params(R"({"a":1,"a":2})"); }),
+              HasSubstr("duplicate object key"));
 }
 
 TEST(Params, OfALongLineThePlaceIsShown) {
@@ -110,7 +111,8 @@ TEST(ErrorAnswer, IsToldForTheNight) {
   EXPECT_EQ(told(R"({"error":{"code":-32001,"message":"Wrong.","data":{"message":"a","b":2}}})"),
             "kestroctl: ports.Get: error -32001\n  message  Wrong.\n  data     {\"message\":\"a\",\"b\":2}\n"
             "  more     `kestroctl explain -32001`\n");
-  EXPECT_THAT(told(R"({"error":{"code":-32005,"message":"Command timed out","data":null}})"), HasSubstr("the service's log"));
+  EXPECT_THAT(told(R"({"error":{"code":-32005,"message":"Command timed out","data":null}})"),
+              HasSubstr("the service's log"));
   EXPECT_THAT(told(R"({"error":{"code":-32014,"message":"System is busy.","data":null}})"), HasSubstr("maintenance"));
 }
 
@@ -140,12 +142,14 @@ TEST(Description, GivesAnExampleOfWhatIsRequired) {
   const auto methods = ctl::read_description(json_of(description).get());
   EXPECT_EQ(ctl::example_call(methods[0]), R"(kestroctl call ports.Get '{"port_id": "c1-1"}')");
   EXPECT_EQ(ctl::example_call(methods[1]), "kestroctl call x.Y");
-  const ctl::Method odd{"o.D", "s", "", {{"a", "string", "", true}, {"b", "array", "", true}, {"c", "integer", "", true}}};
+  const ctl::Method odd{
+      "o.D", "s", "", {{"a", "string", "", true}, {"b", "array", "", true}, {"c", "integer", "", true}}};
   EXPECT_EQ(ctl::example_call(odd), R"(kestroctl call o.D '{"a": "...", "b": [], "c": 1}')");
 }
 
 TEST(Description, OfSeveralTheOneThatIsReachedCounts) {
-  const auto merged = ctl::merge({{"b", "one", "", {}, false}, {"b", "two", "", {}, true}, {"a", "one", "", {}, false}});
+  const auto merged =
+      ctl::merge({{"b", "one", "", {}, false}, {"b", "two", "", {}, true}, {"a", "one", "", {}, false}});
   ASSERT_EQ(merged.size(), 2U);
   EXPECT_EQ(merged[0].name, "a");
   EXPECT_EQ(merged[1].service, "two");

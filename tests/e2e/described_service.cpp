@@ -35,8 +35,8 @@ int32_t ports_get(json_t* params, json_t** result, json_t** err_data) {
 
 // Publishes the event that it is asked for, with what else it is given.
 int32_t ports_announce(json_t* params, json_t** /*result*/, json_t** /*err_data*/) {
-  json_t* const event = json_pack("{s:s,s:O,s:O}", "jsonrpc", "2.0", "method", json_object_get(params, "event"),
-                                  "params", params);
+  json_t* const event =
+      json_pack("{s:s,s:O,s:O}", "jsonrpc", "2.0", "method", json_object_get(params, "event"), "params", params);
   char* const text = json_dumps(event, JSON_COMPACT);
   kestro_jrpc_mq_pub(&out, KESTRO_JRPC_CHANNEL_505A5451, text);
   free(text);
@@ -66,7 +66,9 @@ int main(int argc, char** argv) {
   Loop loop;
   const bool is_default = strcmp(argv[3], KESTRO_JRPC_CHANNEL_DEFAULT) == 0;
   Methods methods(is_default ? "board" : "ports",
-                  {{"ports.Get", ports_get, "One port.",
+                  {{"ports.Get",
+                    ports_get,
+                    "One port.",
                     {{"port_id", "string", "which"}, {"brief", "boolean", "less of it", optional}}},
                    {"ports.Announce", ports_announce, "Publishes an event.", {{"event", "string", "its name"}}},
                    {"ports.Login", ports_login, "Takes a password.", {{"password", "string", "secret"}}},

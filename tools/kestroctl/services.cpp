@@ -82,7 +82,8 @@ std::vector<Method> read_description(const json_t* description) {
   const json_t* const list = json_object_get(description, "methods");
   for (size_t i = 0; i < json_array_size(list); ++i) {
     const json_t* const row = json_array_get(list, i);
-    Method method{text_member(row, "name"), text_member(description, "service"), text_member(row, "description"), {}, true};
+    Method method{
+        text_member(row, "name"), text_member(description, "service"), text_member(row, "description"), {}, true};
     const json_t* const parameters = json_object_get(row, "params");
     for (size_t j = 0; j < json_array_size(parameters); ++j) {
       method.parameters.push_back(read_parameter(json_array_get(parameters, j)));
