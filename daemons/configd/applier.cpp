@@ -23,9 +23,9 @@ void Applier::change(int32_t switch_number, const std::function<void()>& write, 
   try {
     Transaction transaction(database_);
     write();
-    auto told = was_pending ? stored(switch_number) : calls();
+    const auto told = was_pending ? stored(switch_number) : calls();
     may_differ = true;
-    core_switch_.call(std::move(told));
+    core_switch_.call(told);
     mark_applied(switch_number);
     transaction.commit();
   } catch (const Refusal&) {
@@ -98,11 +98,18 @@ bool Applier::apply_stored(int32_t switch_number) {
   } catch (const Silence&) {
     return false;
   } catch (const Failure& failure) {
-    left_alone_until_[switch_number] = CoreSwitch::Clock::now() + pause_after_refusal;
-    log_warning(name_of_switch(switch_number) + ": stored configuration could not be applied: " + failure.what() +
-                "; tried again in " + std::to_string(pause_after_refusal.count()) + " s");
+    leave_alone(switch_number, failure.what());
   }
   return true;
+}
+
+// A switch that is offline refuses until it is back; that is said once.
+void Applier::leave_alone(int32_t switch_number, const std::string& why) {
+  const bool said = left_alone_until_.contains(switch_number);
+  left_alone_until_[switch_number] = CoreSwitch::Clock::now() + pause_after_refusal;
+  if (said) return;
+  log_warning(name_of_switch(switch_number) + ": stored configuration could not be applied: " + why +
+              "; tried again every " + std::to_string(pause_after_refusal.count()) + " s");
 }
 
 void Applier::tick() {
@@ -111,7 +118,7 @@ void Applier::tick() {
 
 void Applier::is_back(int32_t switch_number) {
   core_switch_.is_heard();
-  left_alone_until_.erase(switch_number);
+  forget(switch_number);
 }
 
 }  // namespace kestro::configd

@@ -32,12 +32,14 @@ class Applier {
 
   // Applies what is pending, for as long as one call may take. What is left is for the next time.
   void repair();
-  // Asks the hardware for a sign of life if it is needed. To be called every second.
+  // Asks the hardware for a sign of life if something is pending. To be called every second, and when something became
+  // pending; never waits.
   void tick();
   // A switch that refused is not left alone any longer.
   void is_back(int32_t switch_number);
-  // What was decided about the configuration before does not count any more.
-  void forget() { left_alone_until_.clear(); }
+  // What was decided about a switch, or about all, before it was replaced does not count any more.
+  void forget(int32_t switch_number) { left_alone_until_.erase(switch_number); }
+  void forget_all() { left_alone_until_.clear(); }
 
  private:
   bool mark_pending(int32_t switch_number);
@@ -46,6 +48,7 @@ class Applier {
   [[nodiscard]] std::vector<int32_t> due() const;
   [[nodiscard]] std::vector<CoreSwitch::Call> stored(int32_t switch_number) const;
   bool apply_stored(int32_t switch_number);
+  void leave_alone(int32_t switch_number, const std::string& why);
 
   const Database& database_;
   CoreSwitch& core_switch_;

@@ -20,7 +20,8 @@ namespace {
 using Clock = CoreSwitch::Clock;
 
 constexpr const char* probe_method = "emac.service.CoreSwitchGetInfo";
-constexpr int32_t no_status = -32001;                    // of a code that is no status of ours
+constexpr int32_t no_status = -32001;  // of a code that is no status of ours
+constexpr int frames_at_a_time = 32;
 constexpr std::chrono::milliseconds longest_slice{200};  // between two looks at whether the end was asked for
 
 // Registered for the socket of answers, for as long as the process lives.
@@ -91,14 +92,14 @@ void CoreSwitch::require_not_silent() const {
 Json CoreSwitch::call(const char* method, Json params) {
   std::vector<Call> calls;
   calls.push_back({method, std::move(params)});
-  return call(std::move(calls));
+  return call(calls);
 }
 
-Json CoreSwitch::call(std::vector<Call> calls) {
+Json CoreSwitch::call(const std::vector<Call>& calls) {
   require_not_silent();
   const auto deadline = Clock::now() + timeout_;
   Json result;
-  for (auto& each : calls) {
+  for (const auto& each : calls) {
     kestro_jrpc_clear_logic_sub_sock(answers_.get());
     const int64_t number = publish(each.method, each.params.get());
     result = result_of(await(each.method, number, deadline).get());
@@ -106,14 +107,18 @@ Json CoreSwitch::call(std::vector<Call> calls) {
   return result;
 }
 
-// Takes the lock of the socket, which the first wait releases.
-int64_t CoreSwitch::publish(const char* method, json_t* params) {
-  const int64_t number = ++last_number_;
+std::string CoreSwitch::request(const char* method, json_t* params, int64_t number) const {
   const Json request(json_pack("{s:s,s:s,s:O,s:s,s:I}", "jsonrpc", "2.0", "method", method, "params", params, "id",
                                reply_channel_.c_str(), "transaction_id", static_cast<json_int_t>(number)));
   if (request == nullptr) throw Failure(status::answer_not_formed);
-  const int32_t published =
-      kestro_jrpc_mq_pub_lock(&publisher_, KESTRO_JRPC_CHANNEL_DEFAULT, text_of(request.get()).c_str(), answers_.get());
+  return text_of(request.get());
+}
+
+// Takes the lock of the socket, which the first wait releases.
+int64_t CoreSwitch::publish(const char* method, json_t* params) {
+  const int64_t number = ++last_number_;
+  const int32_t published = kestro_jrpc_mq_pub_lock(&publisher_, KESTRO_JRPC_CHANNEL_DEFAULT,
+                                                    request(method, params, number).c_str(), answers_.get());
   if (published != status::ok) throw Failure(published, "the request to the hardware could not be published");
   return number;
 }
@@ -140,8 +145,8 @@ void CoreSwitch::probe() {
   const auto now = Clock::now();
   std::erase_if(probes_, [&](const auto& sent) { return now - sent.second > timeout_; });
   const Json params(json_object());
-  const int64_t number = publish(probe_method, params.get());
-  pthread_mutex_unlock(&answers_lock);  // nobody waits here
+  const int64_t number = ++last_number_;
+  kestro_jrpc_mq_pub(&publisher_, KESTRO_JRPC_CHANNEL_DEFAULT, request(probe_method, params.get(), number).c_str());
   probes_[number] = now;
 }
 
@@ -149,7 +154,8 @@ bool CoreSwitch::take_sign_of_life() {
   bool alive = false;
   char* raw = nullptr;
   int32_t length = 0;
-  while (kestro_mq_socket_recv(answers_.get(), &raw, &length, 1) == status::ok) {
+  for (int taken = 0; taken < frames_at_a_time; ++taken) {
+    if (kestro_mq_socket_recv(answers_.get(), &raw, &length, 1) != status::ok) break;
     const Allocated<char> frame(raw);
     char* raw_text = nullptr;
     kestro_jrpc_parse_msg(frame.get(), length, &raw_text);

@@ -41,7 +41,7 @@ class CoreSwitch {
              std::function<bool()> stopping);
 
   // One after the other, all within the time-out. The last one's result. Throws Silence or Refusal.
-  Json call(std::vector<Call> calls);
+  Json call(const std::vector<Call>& calls);
   Json call(const char* method, Json params);
 
   // Throws Silence while calls fail at once.
@@ -60,6 +60,7 @@ class CoreSwitch {
   [[nodiscard]] int descriptor() const { return daemons::receive_descriptor(answers_.get()); }
 
  private:
+  [[nodiscard]] std::string request(const char* method, json_t* params, int64_t number) const;
   int64_t publish(const char* method, json_t* params);
   Json await(const char* method, int64_t number, Clock::time_point deadline);
   bool is_timely_probe(const json_t* answer);

@@ -187,9 +187,7 @@ Transaction::Transaction(const Database& database) : db_(database.handle()) {
   if (kestro_db_open_transaction(db_) != status::ok) throw database_failure(db_);
   // Tries again while the database is busy, for three seconds at most.
   if (kestro_sqlite3_exec_sql(db_, "UPDATE setting SET value = value + 1 WHERE name = 'revision'") != SQLITE_OK) {
-    const Failure failure = database_failure(db_);
-    roll_back();
-    throw failure;
+    fail();
   }
 }
 
@@ -198,9 +196,14 @@ void Transaction::commit() {
     if (kestro_db_commit_transaction(db_) == status::ok) return;
     if (sqlite3_errcode(db_) != SQLITE_BUSY) break;
   }
-  const Failure failure = database_failure(db_);
+  fail();
+}
+
+// What failed is asked before the roll-back, which is a statement too.
+void Transaction::fail() {
+  Failure failure = database_failure(db_);
   roll_back();
-  throw failure;
+  throw Failure(std::move(failure));
 }
 
 void Transaction::roll_back() noexcept {

@@ -95,6 +95,7 @@ class Transaction {
   void commit();
 
  private:
+  [[noreturn]] void fail();
   void roll_back() noexcept;
 
   sqlite3* db_;

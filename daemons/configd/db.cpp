@@ -38,7 +38,7 @@ Json db_apply_backup(Context& context, const Request& request) {
   }
   const int32_t switches = context.database.number(0, "SELECT count(*) FROM edge_switch WHERE number <= 512");
   log_info("configuration replaced by the backup " + path + ", " + std::to_string(switches) + " edge switches");
-  context.applier.forget();
+  context.applier.forget_all();
   context.applier.repair();
   return Json(json_pack("{s:i}", "oecs", switches));
 }

@@ -77,6 +77,8 @@ Json oec_register(Context& context, const Request& request) {
   transaction.commit();
   log_info(name_of_switch(added.number) + ": registered, " + kestro_data_oec_model_name_enum_str[added.model] + ", " +
            added.mac_address);
+  context.applier.forget(added.number);
+  context.applier.tick();
   return load_switch(context.database, added.number);
 }
 

@@ -13,8 +13,9 @@ namespace kestro::configd {
 namespace {
 
 constexpr int32_t last_switch_number = 512;
-constexpr size_t id_size = 16;
-constexpr size_t file_name_size = 256;
+constexpr size_t longest_service_name = 50;
+// Longer than any value that is taken, so that it is the field's own rule that refuses one.
+using Text = std::array<char, 256>;
 
 // Refused unless 0; what the reader left as an explanation stands before `expected`.
 void require(int32_t status, const char* name, const std::string& expected) {
@@ -27,7 +28,7 @@ Request::Request(json_t* params, json_t** err_data)
     : params_(params != nullptr ? json_incref(params) : json_object()), err_data_(err_data) {}
 
 int32_t Request::switch_number(const char* name) const {
-  std::array<char, id_size> text{};
+  Text text{};
   const char* const expected = "an edge switch is expected, c1 to c512";
   require(kestro_jrpc_utils_retrieve_input_oec_id(params(), err_data_, name, text.data(), text.size(), 0), name,
           expected);
@@ -39,7 +40,7 @@ int32_t Request::switch_number(const char* name) const {
 }
 
 PortRange Request::port_range(const char* name, All all, bool one_port_only) const {
-  std::array<char, id_size> text{};
+  Text text{};
   const auto more = static_cast<int8_t>(one_port_only ? 0 : 1);
   require(kestro_jrpc_utils_retrieve_input_port_id(params(), err_data_, name, text.data(), text.size(),
                                                    static_cast<int8_t>(all == All::admitted), more, 1, 1),
@@ -68,14 +69,15 @@ PortRange Request::ports_of_one_switch(const char* name) const {
 }
 
 int32_t Request::model(const char* name) const {
-  std::array<char, 64> text{};
+  Text text{};
   const int32_t status =
       kestro_jrpc_utils_retrieve_input_oec_model(params(), err_data_, name, text.data(), text.size());
   if (status != status::validation_failed) require(status, name, "the name of a model is expected");
   for (int32_t model = KESTRO_DATA_OEC_MODEL_UNKNOWN + 1; model < KESTRO_DATA_OEC_MODEL_MAX_ENUM_VAL; ++model) {
     if (strcmp(text.data(), kestro_data_oec_model_name_enum_str[model]) == 0) return model;
   }
-  throw Failure(status::no_such_model, std::string("there is no model ") + text.data());
+  throw Failure(status::no_such_model,
+                std::string("there is no model ") + json_string_value(json_object_get(params(), name)));
 }
 
 std::string Request::mac_address(const char* name) const {
@@ -86,14 +88,14 @@ std::string Request::mac_address(const char* name) const {
 }
 
 std::string Request::alias(const char* name) const {
-  std::array<char, 9> text{};
+  Text text{};
   require(kestro_jrpc_utils_retrieve_input_alias(params(), err_data_, name, text.data(), text.size()), name,
           "at most 8 characters are expected");
   return text.data();
 }
 
 std::string Request::description(const char* name) const {
-  std::array<char, 51> text{};
+  Text text{};
   require(kestro_jrpc_utils_retrieve_input_description(params(), err_data_, name, text.data(), text.size()), name,
           "one line of at most 50 bytes is expected");
   return text.data();
@@ -135,14 +137,14 @@ std::vector<MacFilter> Request::mac_filters(const char* name, const PortId& port
 }
 
 std::string Request::service_name(const char* name) const {
-  std::array<char, 51> text{};
+  Text text{};
   require(kestro_jrpc_utils_retrieve_input_entity_name(params(), err_data_, name, text.data(), text.size()), name,
           "the name of a service is expected");
-  return text.data();
+  return std::string(text.data()).substr(0, longest_service_name);
 }
 
 std::string Request::new_filename(const char* name) const {
-  std::array<char, file_name_size> text{};
+  Text text{};
   const char* const expected = "a file name of letters, digits and ,._+@%- that begins with none of these is expected";
   require(kestro_jrpc_utils_parse_input_string(params(), err_data_, name, text.data(), text.size()), name, expected);
   if (validate_db_filename(text.data()) != status::ok) require(status::validation_failed, name, expected);
@@ -150,7 +152,7 @@ std::string Request::new_filename(const char* name) const {
 }
 
 std::string Request::uploaded_filename(const char* name) const {
-  std::array<char, file_name_size> text{};
+  Text text{};
   require(kestro_jrpc_utils_retrieve_input_db_filename(params(), err_data_, name, text.data(), text.size()), name,
           "the name of a file in the update directory is expected");
   return text.data();

@@ -37,6 +37,7 @@ class Request {
   [[nodiscard]] std::vector<int32_t> vlan_ids(const char* name) const;
   // For the port that they are read for.
   [[nodiscard]] std::vector<MacFilter> mac_filters(const char* name, const PortId& port) const;
+  // Cut at 50 bytes, as it was when it was stored.
   [[nodiscard]] std::string service_name(const char* name) const;
   // A name for a file that is to be written.
   [[nodiscard]] std::string new_filename(const char* name) const;

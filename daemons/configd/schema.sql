@@ -4,6 +4,7 @@
 -- without model and MAC address; its ports are there from the beginning. Lists keep the order in which they were given:
 -- that is what "position" is for, and its bounds are those of the lists.
 
+BEGIN;
 PRAGMA application_id = 0x4B434647;
 PRAGMA user_version = 1;
 
@@ -80,3 +81,4 @@ INSERT INTO setting (name, value) VALUES ('revision', 0), ('mgmt_vlan_id', 0);
 INSERT INTO edge_switch (number, model) VALUES (10001, 0);
 INSERT INTO port (switch_number, port_number) VALUES
   (10001, 1), (10001, 2), (10001, 3), (10001, 4), (10001, 5), (10001, 6), (10001, 7), (10001, 8);
+COMMIT;

@@ -16,7 +16,7 @@ namespace kestro::configd {
 
 namespace {
 
-// A burst of requests must not keep the service from its other descriptors.
+// A burst of frames must not keep the service from its other descriptors.
 constexpr int frames_at_a_time = 32;
 constexpr int32_t nothing_there = -46;
 constexpr const char* reload = R"({"jsonrpc":"2.0","method":"logger.ReloadConf"})";
@@ -25,9 +25,10 @@ CoreSwitch::Clock::duration clock_duration(std::chrono::duration<double> seconds
   return std::chrono::duration_cast<CoreSwitch::Clock::duration>(seconds);
 }
 
+// The first time soon: what a killed process left pending is waiting.
 int32_t every_second() {
   int32_t timer = -1;
-  if (kestro_timer_init(&timer, 1) != status::ok || kestro_timer_set(timer, 1, 1) != status::ok) {
+  if (kestro_timer_init(&timer, 1) != status::ok || kestro_timer_nsec_set(timer, 0.1F, 1.0F) != status::ok) {
     throw std::runtime_error("no timer");
   }
   return timer;
@@ -121,14 +122,20 @@ void Service::serve_requests() {
 
 void Service::serve_events() {
   survive("events", [this] {
-    for (Json event = next_event(events_.get()); event != nullptr; event = next_event(events_.get())) {
-      const int32_t number = switch_that_is_back(event.get());
-      if (number == 0) continue;
-      log_info(name_of_switch(number) + " is online");
-      applier_.is_back(number);
-      applier_.repair();
+    for (int taken = 0; taken < frames_at_a_time; ++taken) {
+      const Json event = next_event(events_.get());
+      if (event == nullptr) return;
+      take_event(event.get());
     }
   });
+}
+
+void Service::take_event(const json_t* event) {
+  const int32_t number = switch_that_is_back(event);
+  if (number == 0) return;
+  log_info(name_of_switch(number) + " is online");
+  applier_.is_back(number);
+  applier_.repair();
 }
 
 void Service::take_signs_of_life() {

@@ -31,6 +31,7 @@ class Service {
  private:
   void serve_requests();
   void serve_events();
+  void take_event(const json_t* event);
   void take_signs_of_life();
   void tick();
 

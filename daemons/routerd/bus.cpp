@@ -1,9 +1,11 @@
 #include "routerd/bus.hpp"
 
+#include <poll.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
-#include <fstream>
 
 #include "common/bus_sockets.hpp"
 #include "core/owned.hpp"
@@ -16,11 +18,14 @@ namespace {
 // A service that floods the router must not keep it from its clients.
 constexpr int frames_at_a_time = 64;
 
-// What the kernel grants of a wanted buffer; it doubles that for its own overhead.
-size_t granted_buffer(const char* limit_file) {
-  size_t limit = 212'992;
-  std::ifstream(limit_file) >> limit;
-  return std::min<size_t>(daemons::wanted_buffer, limit);
+// What the kernel grants a socket of the wanted send buffer; it tells the double, which is with its own overhead.
+size_t granted_buffer() {
+  const Descriptor probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  int size = daemons::wanted_buffer;
+  socklen_t length = sizeof size;
+  ::setsockopt(probe.get(), SOL_SOCKET, SO_SNDBUF, &size, length);
+  ::getsockopt(probe.get(), SOL_SOCKET, SO_SNDBUF, &size, &length);
+  return static_cast<size_t>(size) / 2;
 }
 
 }  // namespace
@@ -28,7 +33,7 @@ size_t granted_buffer(const char* limit_file) {
 Bus::Bus(asio::io_context& io, const std::string& publish, const std::vector<std::string>& subscribe)
     : publisher_(daemons::open_publisher(publish)),
       subscriber_(daemons::open_subscriber(subscribe, KESTRO_JRPC_CHANNEL_ROUTER_REPLY)),
-      capacity_(granted_buffer("/proc/sys/net/core/wmem_max")),
+      capacity_(granted_buffer()),
       readable_(io, daemons::receive_descriptor(subscriber_)) {}
 
 Bus::~Bus() {
@@ -37,8 +42,8 @@ Bus::~Bus() {
   kestro_mq_socket_close(publisher_);
 }
 
-int32_t Bus::dispatch(json_t* request) {
-  return kestro_jrpc_router_mq_dispatch_request(&publisher_, request);
+int32_t Bus::publish(const char* channel, const char* request) {
+  return kestro_jrpc_mq_pub(&publisher_, channel, request);
 }
 
 void Bus::stop() {
@@ -53,21 +58,27 @@ asio::awaitable<void> Bus::receive(std::function<void(std::string)> take) {
     co_await readable_.async_wait(asio::posix::stream_descriptor::wait_read,
                                   asio::redirect_error(asio::use_awaitable, failed));
     if (failed) co_return;
-    for (int taken = 0; taken < frames_at_a_time && take_one(take); ++taken) {
-    }
+    int taken = 0;
+    do {
+      take_one(take);
+    } while (++taken < frames_at_a_time && has_frame());
   }
 }
 
-bool Bus::take_one(const std::function<void(std::string)>& take) const {
+// Asking nanomsg would contend with its own thread, which at that moment is receiving the next one.
+bool Bus::has_frame() {
+  pollfd readable{.fd = readable_.native_handle(), .events = POLLIN, .revents = 0};
+  return poll(&readable, 1, 0) > 0;
+}
+
+void Bus::take_one(const std::function<void(std::string)>& take) const {
   char* raw_frame = nullptr;
   int32_t length = 0;
-  if (kestro_mq_socket_recv(subscriber_, &raw_frame, &length, 1) != 0) return false;
+  if (kestro_mq_socket_recv(subscriber_, &raw_frame, &length, 1) != 0) return;
   const Text frame(raw_frame);
-  char* raw_text = nullptr;
-  kestro_jrpc_parse_msg(frame.get(), length, &raw_text);
-  const Text text(raw_text);
-  take(text ? text.get() : "");
-  return true;
+  const char* const end = raw_frame + length;
+  const char* const bar = std::find(raw_frame, raw_frame + length, '|');
+  take(bar != end ? std::string(bar + 1, end) : std::string());
 }
 
 }  // namespace kestro::routerd

@@ -33,7 +33,7 @@ int32_t open_inner(int32_t kind) {
   return socket;
 }
 
-// "sim.", wherever the request has its method. What is no request passes neither.
+// Whether the method is one of "sim.". What is no request steers nothing.
 bool steers(const std::string& frame) {
   char* raw = nullptr;
   kestro_jrpc_parse_msg(frame.c_str(), static_cast<int32_t>(frame.size()), &raw);
