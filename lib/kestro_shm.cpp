@@ -28,14 +28,17 @@ int32_t refuse(const char* message, Site site) noexcept {
   return status::general_error;
 }
 
-// The mapped bytes of a variable; unmapped at the end of the scope.
+// The mapped bytes of a variable, and the object that they belong to: unmapped, then closed at the end of the scope. The
+// other way round the kernel puts off giving the object back, which costs more.
 class Region {
  public:
   Region() noexcept = default;
-  Region(void* start, size_t size) noexcept : start_(start), size_(size) {}
+  Region(Descriptor object, void* start, size_t size) noexcept
+      : object_(std::move(object)), start_(start), size_(size) {}
   Region(const Region&) = delete;
   Region& operator=(const Region&) = delete;
-  Region(Region&& other) noexcept : start_(std::exchange(other.start_, nullptr)), size_(other.size_) {}
+  Region(Region&& other) noexcept
+      : object_(std::move(other.object_)), start_(std::exchange(other.start_, nullptr)), size_(other.size_) {}
   Region& operator=(Region&&) = delete;
   ~Region() {
     if (start_ != nullptr) ::munmap(start_, size_);
@@ -45,6 +48,7 @@ class Region {
   [[nodiscard]] int32_t* number() const noexcept { return static_cast<int32_t*>(start_); }
 
  private:
+  Descriptor object_;
   void* start_ = nullptr;
   size_t size_ = 0;
 };
@@ -58,11 +62,11 @@ bool has_pages(void* start, size_t size, Access access) noexcept {
   return ::madvise(start, size, request) == 0 || errno == EINVAL;
 }
 
-Region map(int fd, size_t size, Access access) noexcept {
+Region map(Descriptor object, size_t size, Access access) noexcept {
   const int protection = access == Access::Write ? PROT_READ | PROT_WRITE : PROT_READ;
-  void* const start = ::mmap(nullptr, size, protection, MAP_SHARED, fd, 0);
+  void* const start = ::mmap(nullptr, size, protection, MAP_SHARED, object.get(), 0);
   if (start == MAP_FAILED) return {};
-  Region region(start, size);
+  Region region(std::move(object), start, size);
   if (!has_pages(start, size, access)) return {};
   return region;
 }
@@ -74,16 +78,15 @@ Descriptor open_object(const char* name, int flags) noexcept {
 }
 
 // A negative size turns into one that no address space can hold, and fails.
-Region map_object(const Descriptor& object, const char* name, int32_t size, Access access) noexcept {
+Region map_object(Descriptor object, const char* name, int32_t size, Access access) noexcept {
   if (object.get() < 0) return {};
-  Region region = map(object.get(), static_cast<size_t>(size), access);
+  Region region = map(std::move(object), static_cast<size_t>(size), access);
   if (!region) here().log_unchecked(Error, "Mmap error with %s.\n", name);
   return region;
 }
 
 Region open_region(const char* name, int32_t size, Access access) noexcept {
-  const Descriptor object = open_object(name, access == Access::Write ? O_RDWR : O_RDONLY);
-  return map_object(object, name, size, access);
+  return map_object(open_object(name, access == Access::Write ? O_RDWR : O_RDONLY), name, size, access);
 }
 
 // Copies what fits of a text, ended and padded by zero bytes. The source is read no further than `size` bytes.
@@ -99,14 +102,14 @@ int32_t kestro_shm_create(const char* name, int32_t size) noexcept {
   if (name == nullptr) return refuse("NULL Pointer!\n", here());
   if (size == 0) return refuse("Zero size!\n", here());
 
-  const Descriptor object = open_object(name, O_CREAT | O_RDWR);
+  Descriptor object = open_object(name, O_CREAT | O_RDWR);
   if (object.get() < 0) return status::general_error;
   if (::ftruncate(object.get(), size) != 0) {
     // Whether the object has the bytes all the same, the mapping tells.
     here().log_unchecked(Error, "ftruncate failed\n");
     perror("ftruncate");
   }
-  const Region region = map_object(object, name, size, Access::Write);
+  const Region region = map_object(std::move(object), name, size, Access::Write);
   if (!region) return status::general_error;
   memset(region.text(), 0, static_cast<size_t>(size));
   return status::ok;

@@ -206,6 +206,26 @@ TEST(LsyslogLog, TimeIsLocalToTheMillisecond) {
   tzset();
 }
 
+TEST(LsyslogLog, TimeFollowsTheZoneWithinASecond) {
+  for (const char* const zone : {"AAA-1", "BBB-2", "BBB-2CCC", "DDD11", "AAA-1"}) {
+    setenv("TZ", zone, 1);
+    tzset();
+    const auto before = stamp_now();
+    const auto line = logged(Info, 4);
+    const auto after = stamp_now();
+    EXPECT_LE(before, line.substr(0, before.size())) << zone;
+    EXPECT_GE(after, line.substr(0, after.size())) << zone;
+  }
+  unsetenv("TZ");
+  tzset();
+}
+
+TEST(LsyslogLog, EveryThreadTellsTheTime) {
+  logged(Info, 4);
+  const auto line = stderr_of([] { std::thread([] { kestro_lsyslog_log(Info, "module", 1, "!\n"); }).join(); });
+  EXPECT_TRUE(is_line(line, "[INFO] [unknown] !\n")) << line;
+}
+
 TEST(LsyslogLog, FailureToFormatWritesNothing) {
   int32_t result = 0;
   const auto log = stderr_of([&] {
@@ -218,22 +238,45 @@ TEST(LsyslogLog, FailureToFormatWritesNothing) {
   EXPECT_EQ(log, "");
 }
 
+// Lines of usual length are joined before they are written, long ones are gathered by the kernel.
+const struct {
+  const char* call;
+  std::string message;
+} write_rows[] = {{"write", "short\n"}, {"writev", std::string(2000, 'l') + "\n"}};
+
 TEST(LsyslogLog, ErrorsOfTheWriteAreIgnored) {
-  const auto log = stderr_of([] {
-    const Fault fault("writev", EIO);
-    EXPECT_EQ(kestro_lsyslog_log(Info, "module", 1, "lost\n"), 0);
-    EXPECT_TRUE(fault.fired());
-  });
-  EXPECT_EQ(log, "");
+  for (const auto& row : write_rows) {
+    const auto log = stderr_of([&] {
+      const Fault fault(row.call, EIO);
+      EXPECT_EQ(kestro_lsyslog_log(Info, "module", 1, "%s", row.message.c_str()), 0);
+      EXPECT_TRUE(fault.fired()) << row.call;
+    });
+    EXPECT_EQ(log, "");
+  }
 }
 
 TEST(LsyslogLog, InterruptedWriteIsMadeAgain) {
-  const auto log = stderr_of([] {
-    const Fault fault("writev", EINTR);
-    EXPECT_EQ(kestro_lsyslog_log(Info, "module", 1, "kept\n"), 0);
-    EXPECT_TRUE(fault.fired());
-  });
-  EXPECT_TRUE(is_line(log, "[INFO] [unknown] kept\n")) << log;
+  for (const auto& row : write_rows) {
+    const auto log = stderr_of([&] {
+      const Fault fault(row.call, EINTR);
+      EXPECT_EQ(kestro_lsyslog_log(Info, "module", 1, "%s", row.message.c_str()), 0);
+      EXPECT_TRUE(fault.fired()) << row.call;
+    });
+    EXPECT_TRUE(is_line(log, "[INFO] [unknown] " + row.message)) << log;
+  }
+}
+
+// At and about the length at which the way of writing changes, and with names that alone are longer.
+TEST(LsyslogLog, LinesOfEveryLengthAreWhole) {
+  const std::string name(1500, 'n');
+  for (const char* const source_name : {"router", name.c_str()}) {
+    const Source source(source_name);
+    for (size_t length = 960; length < 1030; ++length) {
+      const std::string message = std::string(length - 1, 'm') + "\n";
+      const auto line = logged(Info, 4, message.c_str());
+      EXPECT_TRUE(is_line(line, "[INFO] [" + std::string(source_name) + "] " + message)) << length;
+    }
+  }
 }
 
 TEST(LsyslogLog, KeepsErrno) {
@@ -243,8 +286,9 @@ TEST(LsyslogLog, KeepsErrno) {
     EXPECT_EQ(errno, ENOTTY);
     kestro_lsyslog_log(Verbose, "module", 1, "suppressed\n");
     EXPECT_EQ(errno, ENOTTY);
-    const Fault fault("writev", EIO);
+    const Fault fault("write", EIO);
     kestro_lsyslog_log(Info, "module", 1, "two\n");
+    EXPECT_TRUE(fault.fired());
     EXPECT_EQ(errno, ENOTTY);
   });
   EXPECT_THAT(log, HasSubstr("one\n"));

@@ -8,8 +8,8 @@
 #include <exception>
 
 #include "kestro_lsyslog.h"
+#include "routerd/memory.hpp"
 #include "routerd/options.hpp"
-#include "routerd/request.hpp"
 #include "routerd/router.hpp"
 
 namespace {

@@ -2,6 +2,7 @@
 
 namespace kestro {
 
+#ifdef __clang__
 void Site::log(Severity severity, const char* format, ...) const noexcept {
   if (!log_admits(severity)) return;
   va_list args;
@@ -18,6 +19,7 @@ int32_t Site::fail(Severity severity, int32_t status, const char* format, ...) c
   va_end(args);
   return status;
 }
+#endif
 
 void Site::log_unchecked(Severity severity, const char* format, ...) const noexcept {
   va_list args;

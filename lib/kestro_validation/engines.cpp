@@ -35,12 +35,13 @@ int subject_length(const char* value) noexcept {
   return length <= INT_MAX ? static_cast<int>(length) : -1;
 }
 
-int match(const pcre* pattern, const pcre_extra* study, const char* value) noexcept {
-  pcre_extra extra = study != nullptr ? *study : pcre_extra{};
+int match(const pcre* pattern, pcre_extra* study, const char* value) noexcept {
+  pcre_extra unstudied{};
+  pcre_extra& extra = study != nullptr ? *study : unstudied;
   extra.flags |= PCRE_EXTRA_MATCH_LIMIT | PCRE_EXTRA_MATCH_LIMIT_RECURSION;
   extra.match_limit = match_step_limit;
   extra.match_limit_recursion = match_depth_limit;
-  std::array<int, 10> offsets{};
+  std::array<int, 10> offsets;
   return pcre_exec(pattern, &extra, value, subject_length(value), 0, 0, offsets.data(), offsets.size());
 }
 

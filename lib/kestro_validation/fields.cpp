@@ -1,5 +1,8 @@
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <span>
+#include <string_view>
 
 #include "core/owned.hpp"
 #include "core/site.hpp"
@@ -146,16 +149,23 @@ constexpr RangeRule periodic_interval{"Validating periodic interval: %d\n",
 constexpr int32_t entity_extension_max_length = 1000;
 
 // Accounts of the system. Some can be no user name at all: the list follows the system's, not the pattern.
-constexpr const char* reserved_usernames[] = {"root",     "daemon", "bin",      "sys",       "sync", "mail",   "proxy",
-                                              "www-data", "backup", "operator", "haldaemon", "dbus", "nobody", "sshd"};
+constexpr std::string_view reserved_usernames[] = {"root",      "daemon", "bin",      "sys",    "sync",
+                                                   "mail",      "proxy",  "www-data", "backup", "operator",
+                                                   "haldaemon", "dbus",   "nobody",   "sshd"};
+
+void tell_differences(const char* name, std::span<const std::string_view> reserved) noexcept {
+  if (!log_admits(Verbose)) return;
+  for (const auto& other : reserved) {
+    here().log(Verbose, "[%s] value <%s> did not match blacklist option <%s>\n", username.label, name, other.data());
+  }
+}
 
 int32_t check_not_reserved(const char* name) noexcept {
-  for (const char* const reserved : reserved_usernames) {
-    if (strcmp(name, reserved) == 0) {
-      return here().fail(Debug, not_an_option, "Validation failed: [%s] value <%s> matches blacklist option <%s>\n",
-                         username.label, name, reserved);
-    }
-    here().log(Verbose, "[%s] value <%s> did not match blacklist option <%s>\n", username.label, name, reserved);
+  const auto* const match = std::ranges::find(reserved_usernames, std::string_view(name));
+  tell_differences(name, {std::begin(reserved_usernames), match});
+  if (match != std::end(reserved_usernames)) {
+    return here().fail(Debug, not_an_option, "Validation failed: [%s] value <%s> matches blacklist option <%s>\n",
+                       username.label, name, match->data());
   }
   here().log(Debug, "Given [%s] value <%s> is not one of the blacklisted options\n", username.label, name);
   return acceptable;
@@ -268,10 +278,9 @@ int32_t validate_hostname(const char* value) noexcept {
 
 int32_t validate_preferred_time_servers(const char* value) noexcept {
   const Text copy = copy_of(value);
-  char* rest = nullptr;
-  for (const char* server = strtok_r(copy.get(), " ", &rest); server != nullptr;
-       server = strtok_r(nullptr, " ", &rest)) {
-    if (!is_time_server(server)) return status::validation_failed;
+  char* rest = copy.get();
+  while (const char* const server = strsep(&rest, " ")) {
+    if (*server != '\0' && !is_time_server(server)) return status::validation_failed;
   }
   return acceptable;
 }

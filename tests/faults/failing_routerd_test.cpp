@@ -80,7 +80,12 @@ class FailingRouterd : public testing::Test {
   // What a client gets for a request; nothing when it cannot even connect.
   [[nodiscard]] std::string ask() const {
     try {
-      return road->call(request("ports.Echo", R"({"a":1})", "\"mine\"", R"(,"transaction_id":77)"));
+      const std::string text = request("ports.Echo", R"({"a":1})", "\"mine\"", R"(,"transaction_id":77)");
+      const Connection client = road->connect();
+      client.send(text.substr(0, 20));
+      usleep(2'000);  // usually enough to make the daemon wait for the rest
+      client.send(text.substr(20));
+      return client.receive();
     } catch (const std::exception&) {
       return "";
     }
@@ -145,17 +150,16 @@ TEST_F(FailingRouterd, EachAllocationOfARequestFails) {
 struct RunningRow {
   const char* call;
   std::vector<int> errors;  // 0: shortened
+  bool always = true;       // it is made for every request, not just where one side is slower
 };
 
 TEST_F(FailingRouterd, EachSystemCallOfARequestFails) {
   const std::vector<RunningRow> rows = {
       {"accept4", {EAGAIN, EINTR, ECONNABORTED, EMFILE, ENFILE, ENOBUFS, ENOMEM, EPERM, EPROTO}},
-      {"epoll_ctl", {ENOMEM, ENOSPC}},
-      {"ioctl", {EBADF, ENOMEM}},
-      {"getsockopt", {ENOMEM}},
+      {"epoll_ctl", {ENOMEM, ENOSPC}, false},
       {"recv", {0, EINTR, EAGAIN, ECONNRESET, ETIMEDOUT, ENOMEM}},
       {"send", {0, EINTR, EAGAIN, EPIPE, ECONNRESET, ENOBUFS, ENOMEM}},
-      {"shutdown", {ENOTCONN, ENOBUFS}},
+      {"shutdown", {ENOTCONN, ENOBUFS}, false},
       {"close", {EINTR, EIO}},
       {"epoll_wait", {EINTR}},
       {"nn_allocmsg", {ENOMEM}},
@@ -178,7 +182,7 @@ TEST_F(FailingRouterd, EachSystemCallOfARequestFails) {
         control->calls.rest();
         const bool reached = control->calls.failed() > 0;
         expect_whole(received);
-        EXPECT_TRUE(reached || nth > 1) << "is not called";
+        EXPECT_TRUE(reached || nth > 1 || !row.always) << "is not called";
         EXPECT_TRUE(is_sound()) << road->router().err();
         ASSERT_FALSE(HasFailure()) << road->router().err();
         if (!reached) break;

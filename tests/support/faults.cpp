@@ -57,6 +57,11 @@ int __real_vsnprintf(char* text, size_t size, const char* format, va_list args);
 int __wrap_vsnprintf(char* text, size_t size, const char* format, va_list args) {
   return fires("vsnprintf") ? -1 : __real_vsnprintf(text, size, format, args);
 }
+ssize_t __real_write(int fd, const void* bytes, size_t count);
+ssize_t __wrap_write(int fd, const void* bytes, size_t count) {
+  return fires("write") ? -1 : __real_write(fd, bytes, count);
+}
+
 ssize_t __real_writev(int fd, const iovec* pieces, int count);
 ssize_t __wrap_writev(int fd, const iovec* pieces, int count) {
   return fires("writev") ? -1 : __real_writev(fd, pieces, count);
