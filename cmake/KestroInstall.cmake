@@ -24,3 +24,11 @@ foreach(definition IN LISTS KESTRO_PATH_DEFINITIONS)
 endforeach()
 configure_file(cmake/kestro.pc.in ${PROJECT_BINARY_DIR}/kestro.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kestro.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The units want to be told when a daemon is ready, which takes libsystemd. Where an administrator puts settings is his.
+if(TARGET kestro-routerd AND systemd_FOUND)
+  file(GLOB units CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/daemons/*.service ${PROJECT_SOURCE_DIR}/daemons/*.target)
+  install(FILES ${units} DESTINATION lib/systemd/system)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/kestro.sysusers DESTINATION lib/sysusers.d RENAME kestro.conf)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/kestro.default DESTINATION ${CMAKE_INSTALL_DATADIR}/kestro)
+endif()

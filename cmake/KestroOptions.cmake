@@ -12,6 +12,24 @@ if(KESTRO_SANITIZE)
   add_link_options(-fsanitize=${KESTRO_SANITIZE})
 endif()
 
+if(KESTRO_BUILD_FUZZ)
+  # Every branch of every object guides the search; only the fuzz targets get the main() that searches.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
+# What makes an error in our own code harder to exploit. scripts/check_hardening.sh looks whether it arrived.
+include(CheckPIESupported)
+check_pie_supported()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection=full)
+add_compile_definitions($<$<COMPILE_LANGUAGE:CXX>:_GLIBCXX_ASSERTIONS>)
+add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+if(NOT KESTRO_SANITIZE)
+  # It needs the optimiser, and would hide from the sanitizers what it checks itself. Level 3 is gcc's.
+  set(fortify_level $<IF:$<CXX_COMPILER_ID:GNU>,3,2>)
+  add_compile_options("$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=${fortify_level}>")
+endif()
+
 # Warnings of our own targets. A consumer of the library does not inherit them.
 add_library(kestro_warnings INTERFACE)
 target_compile_options(kestro_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)

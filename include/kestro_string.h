@@ -55,7 +55,8 @@ size_t str_slen(str_t* s) KESTRO_NOEXCEPT;
  * Appends one line of the stream, its line feed included.
  *
  * Returns 1 when a line was appended; 0 at the end of input or on a read error; -1, with an ERROR line, when the buffer
- * could not grow. After 0 and -1 the part of a line that was read so far is in the text.
+ * could not grow. After 0 and -1 the part of a line that was read so far is in the text; a read error takes with it what
+ * came since the buffer last grew.
  */
 int32_t str_fgets(str_t* s, FILE* f) KESTRO_NOEXCEPT;
 

@@ -80,7 +80,10 @@ int32_t str_fgets(str_t* s, FILE* f) noexcept {
     const size_t space = std::min<size_t>(s->bufsz - s->len, INT_MAX);
     if (space > 1) {
       char* const end = s->s + s->len;
-      if (fgets(end, static_cast<int>(space), f) == nullptr) return 0;
+      if (fgets(end, static_cast<int>(space), f) == nullptr) {
+        *end = '\0';  // a read error leaves what came before it, without an end
+        return 0;
+      }
       const size_t count = strlen(end);
       s->len += count;
       const bool space_left = space - count > 1;

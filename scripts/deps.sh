@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages that building, testing and running this system needs.
 # Does nothing when all are there, so it may be called before every build.
+# With the word "bench": also the other buses that the benchmarks compare with, where they are installed.
 set -euo pipefail
 
 packages=(
@@ -11,12 +12,16 @@ packages=(
   # build
   make cmake ninja-build pkg-config g++ gcc ccache git
   # second compiler and checks
-  clang clang-format clang-tidy
+  clang clang-format clang-tidy cppcheck gcovr binutils
   # what the tests call for
   procps iputils-ping strace sqlite3 python3
   # plots of the benchmarks
   gnuplot-nox
+  procps iputils-ping strace sqlite3 python3 faketime
 )
+if [ "${1:-}" = bench ]; then
+  packages+=(libsystemd-dev dbus-daemon dbus-broker redis-server libhiredis-dev)
+fi
 
 missing=()
 for package in "${packages[@]}"; do

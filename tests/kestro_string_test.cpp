@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/owned.hpp"
@@ -191,6 +193,28 @@ TEST(StrFgets, LinesOfZeroBytesEndAndDoNotGrowTheBuffer) {
   for (int line = 0; line < 3; ++line) EXPECT_EQ(str_fgets(s.get(), stream), 1);
   EXPECT_EQ(str_fgets(s.get(), stream), 0);
   EXPECT_EQ(s->bufsz, 8U);
+}
+
+// Gives some characters, and an error behind them.
+ssize_t give_seven_characters(void* given, char* to, size_t size) {
+  auto& before = *static_cast<bool*>(given);
+  if (std::exchange(before, true) || size < 7) {
+    errno = EIO;
+    return -1;
+  }
+  memcpy(to, "seven x", 7);
+  return 7;
+}
+
+TEST(StrFgets, ReadErrorInsideOfALineLeavesAnEndedText) {
+  const Str s(str_init(16));
+  str_printf(s.get(), "before ");
+  memset(str_s(s.get()) + str_slen(s.get()) + 1, '#', 8);  // what is behind the text is no matter of anybody
+  bool given = false;
+  const File stream(fopencookie(&given, "r", {.read = give_seven_characters, .write = {}, .seek = {}, .close = {}}));
+  EXPECT_EQ(str_fgets(s.get(), stream.get()), 0);
+  EXPECT_STREQ(str_s(s.get()), "before ");
+  EXPECT_EQ(str_slen(s.get()), 7U);
 }
 
 TEST(StrFgets, ReadErrorIsTheEndOfInput) {

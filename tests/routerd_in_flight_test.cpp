@@ -16,6 +16,7 @@ namespace kestro::test {
 namespace {
 
 using routerd::InFlight;
+using routerd::Response;
 using Delivery = InFlight::Delivery;
 using namespace std::chrono_literals;
 
@@ -24,15 +25,22 @@ class InFlightTest : public testing::Test {
   std::unique_ptr<InFlight::Entry> enter(const std::string& method, std::chrono::milliseconds time = 1h) {
     return std::make_unique<InFlight::Entry>(all_, io_, method, InFlight::Clock::now() + time);
   }
-  // Runs until the entry's wait is over.
+  // A response whose one other member is the text.
+  Delivery deliver(int64_t number, const std::string& method, const std::string& text) {
+    const std::string members = R"("transaction_id":)" + std::to_string(number) + R"(,"id":")" + method;
+    return all_.deliver(Response("{" + members + R"(","result":")" + text + R"("})"));
+  }
+  // Runs until the entry's wait is over, and gives that text.
   std::optional<std::string> response_of(InFlight::Entry& entry) {
-    std::optional<std::string> response;
-    asio::co_spawn(io_, entry.response(), [&](const std::exception_ptr&, std::optional<std::string> received) {
+    std::optional<Response> response;
+    asio::co_spawn(io_, entry.response(), [&](const std::exception_ptr&, std::optional<Response> received) {
       response = std::move(received);
     });
     io_.restart();
     io_.run();
-    return response;
+    if (!response) return std::nullopt;
+    const Json object(json_loads(response->change(nullptr, nullptr).c_str(), 0, nullptr));
+    return json_string_value(json_object_get(object.get(), "result"));
   }
 
   asio::io_context io_{1};
@@ -55,8 +63,8 @@ TEST_F(InFlightTest, NumbersArePositiveAndDiffer) {
 TEST_F(InFlightTest, ResponseReachesTheOneWhoWaits) {
   const auto one = enter("ports.Get");
   const auto other = enter("ports.Get");
-  EXPECT_EQ(all_.deliver(other->number(), "ports.Get", "for the other"), Delivery::Done);
-  EXPECT_EQ(all_.deliver(one->number(), "ports.Get", "for the one"), Delivery::Done);
+  EXPECT_EQ(deliver(other->number(), "ports.Get", "for the other"), Delivery::Done);
+  EXPECT_EQ(deliver(one->number(), "ports.Get", "for the one"), Delivery::Done);
   EXPECT_EQ(response_of(*one), "for the one");
   EXPECT_EQ(response_of(*other), "for the other");
 }
@@ -64,7 +72,7 @@ TEST_F(InFlightTest, ResponseReachesTheOneWhoWaits) {
 TEST_F(InFlightTest, ResponseWakesTheWait) {
   const auto entry = enter("ports.Get");
   asio::steady_timer later(io_, 1ms);
-  later.async_wait([&](const asio::error_code&) { all_.deliver(entry->number(), "ports.Get", "text"); });
+  later.async_wait([&](const asio::error_code&) { deliver(entry->number(), "ports.Get", "text"); });
   EXPECT_EQ(response_of(*entry), "text");
 }
 
@@ -76,19 +84,19 @@ TEST_F(InFlightTest, DeadlineEndsTheWait) {
 
 TEST_F(InFlightTest, RepeatedResponseIsLateAndChangesNothing) {
   const auto entry = enter("ports.Get");
-  EXPECT_EQ(all_.deliver(entry->number(), "ports.Get", "first"), Delivery::Done);
-  EXPECT_EQ(all_.deliver(entry->number(), "ports.Get", "second"), Delivery::Late);
+  EXPECT_EQ(deliver(entry->number(), "ports.Get", "first"), Delivery::Done);
+  EXPECT_EQ(deliver(entry->number(), "ports.Get", "second"), Delivery::Late);
   EXPECT_EQ(response_of(*entry), "first");
 }
 
 TEST_F(InFlightTest, ResponseAfterTheEndIsLate) {
   const int32_t number = enter("ports.Get")->number();
-  EXPECT_EQ(all_.deliver(number, "ports.Get", "text"), Delivery::Late);
+  EXPECT_EQ(deliver(number, "ports.Get", "text"), Delivery::Late);
 }
 
 TEST_F(InFlightTest, ResponseOfAnotherMethodIsForeign) {
   const auto entry = enter("ports.Get", 1ms);
-  EXPECT_EQ(all_.deliver(entry->number(), "ports.Set", "text"), Delivery::Foreign);
+  EXPECT_EQ(deliver(entry->number(), "ports.Set", "text"), Delivery::Foreign);
   EXPECT_EQ(response_of(*entry), std::nullopt);
 }
 
@@ -96,7 +104,7 @@ TEST_F(InFlightTest, NumbersThatWereNeverGivenAreForeign) {
   const auto entry = enter("ports.Get");
   for (const int64_t number : {int64_t{-1}, int64_t{0}, int64_t{entry->number()} - 1, int64_t{entry->number()} + 1,
                                int64_t{entry->number()} + (int64_t{1} << 32)}) {
-    EXPECT_EQ(all_.deliver(number, "ports.Get", "text"), Delivery::Foreign) << number;
+    EXPECT_EQ(deliver(number, "ports.Get", "text"), Delivery::Foreign) << number;
   }
 }
 
@@ -112,7 +120,7 @@ TEST_F(InFlightTest, EveryWaitCanBeGivenUp) {
 
 TEST_F(InFlightTest, ResponseBeforeTheGivingUpCounts) {
   const auto entry = enter("a");
-  all_.deliver(entry->number(), "a", "text");
+  deliver(entry->number(), "a", "text");
   all_.give_up_all();
   EXPECT_EQ(response_of(*entry), "text");
 }

@@ -22,8 +22,8 @@ class Bus {
   Bus& operator=(const Bus&) = delete;
   ~Bus();
 
-  // Publishes a request on the channel of its service; its "id" becomes the router's reply channel. Never waits.
-  int32_t dispatch(json_t* request);
+  // Publishes a request on the channel of its service. Never waits.
+  int32_t publish(const char* channel, const char* request);
 
   // Hands each frame of the reply channel to `take`, without its channel, until stop(). A frame without a separator
   // gives an empty text.
@@ -36,7 +36,8 @@ class Bus {
   [[nodiscard]] size_t capacity() const noexcept { return capacity_; }
 
  private:
-  bool take_one(const std::function<void(std::string)>& take) const;
+  [[nodiscard]] bool has_frame();
+  void take_one(const std::function<void(std::string)>& take) const;
 
   int32_t publisher_ = -1;
   int32_t subscriber_ = -1;

@@ -6,14 +6,13 @@
 #include <array>
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
+#include <cerrno>
 
 #include "routerd/framing.hpp"
 
 namespace kestro::routerd {
 
 namespace {
-
-using Socket = asio::generic::stream_protocol::socket;
 
 // Requests are read through this, so that a client costs the memory of what it sent. One loop, one thread.
 std::array<char, 65'536> scratch;
@@ -27,80 +26,98 @@ bool is_own_user(int fd) noexcept {
 
 }  // namespace
 
-Client::Client(asio::io_context& io, int family, int fd)
-    : socket_(io, asio::generic::stream_protocol(family, 0), fd),
-      deadline_(io),
-      privileged_(family == AF_UNIX && is_own_user(fd)) {
-  socket_.non_blocking(true);
+Client::Client(asio::io_context& io, int family, int fd) : io_(io), family_(family), socket_(fd) {}
+
+Client::~Client() {
+  if (waiting_) static_cast<void>(waiting_->release());  // its descriptor is closed once
+}
+
+bool Client::is_privileged() const noexcept {
+  return family_ == AF_UNIX && is_own_user(socket_.get());
 }
 
 void Client::start_deadline(Seconds timeout, const char* reason) {
-  deadline_.expires_after(std::chrono::duration_cast<asio::steady_timer::duration>(timeout));
+  if (!deadline_) deadline_.emplace(io_);
+  deadline_->expires_after(std::chrono::duration_cast<asio::steady_timer::duration>(timeout));
   // The turn tells an expiry that was already on its way when the deadline was stopped.
-  deadline_.async_wait([self = shared_from_this(), turn = ++turn_, reason](const asio::error_code& stopped) {
+  deadline_->async_wait([self = shared_from_this(), turn = ++turn_, reason](const asio::error_code& stopped) {
     if (!stopped && turn == self->turn_) self->abandon(reason);
   });
 }
 
 void Client::stop_deadline() {
   ++turn_;
-  deadline_.cancel();
+  if (deadline_) deadline_->cancel();
 }
 
 void Client::abandon(const char* reason) {
   abandoned_ = reason;
   asio::error_code ignored;
-  socket_.cancel(ignored);
+  if (waiting_) waiting_->cancel(ignored);
+}
+
+asio::awaitable<bool> Client::wait_for(Waiting::wait_type what) {
+  if (!waiting_) waiting_.emplace(io_, socket_.get());
+  asio::error_code failed;
+  co_await waiting_->async_wait(what, asio::redirect_error(asio::use_awaitable, failed));
+  co_return !failed && abandoned_ == nullptr;
 }
 
 asio::awaitable<Client::Received> Client::read_request(size_t max_size, Seconds timeout) {
-  start_deadline(timeout, "read_timeout");
   Received received;
   RequestScanner scanner;
-  bool at_end = false;
-  asio::error_code failed;
-  while (!scanner.complete() && !at_end && !failed && received.text.size() <= max_size) {
-    co_await socket_.async_wait(Socket::wait_read, asio::redirect_error(asio::use_awaitable, failed));
-    if (failed || abandoned_ != nullptr) break;
-    const size_t count = socket_.read_some(asio::buffer(scratch), failed);
-    if (failed == asio::error::would_block) failed.clear();
-    at_end = failed == asio::error::eof;
-    received.text.append(scratch.data(), scanner.feed({scratch.data(), count}));
+  bool waited = false;
+  for (;;) {
+    const ssize_t count = recv(socket_.get(), scratch.data(), scratch.size(), MSG_DONTWAIT);
+    if (count > 0) received.text.append(scratch.data(), scanner.feed({scratch.data(), static_cast<size_t>(count)}));
+    if (scanner.complete() || (count == 0 && !received.text.empty())) break;
+    if (received.text.size() > max_size) break;
+    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) {
+      received.failure = "closed_early";
+      break;
+    }
+    // Also for more of a long request: others have their turn meanwhile.
+    if (!waited) start_deadline(timeout, "read_timeout");
+    waited = true;
+    if (!co_await wait_for(Waiting::wait_read)) {
+      received.failure = abandoned_ != nullptr ? abandoned_ : "closed_early";
+      break;
+    }
   }
-  stop_deadline();
-  if (received.text.size() > max_size) {
-    received.failure = "too_large";
-  } else if (!scanner.complete() && !(at_end && !received.text.empty())) {
-    received.failure = abandoned_ != nullptr ? abandoned_ : "closed_early";
-  }
+  if (waited) stop_deadline();
+  if (received.text.size() > max_size) received.failure = "too_large";
   co_return received;
 }
 
 asio::awaitable<const char*> Client::write(std::string_view text, Seconds timeout) {
-  start_deadline(timeout, "write_timeout");
-  asio::error_code failed;
-  while (!text.empty() && !failed && abandoned_ == nullptr) {
-    text.remove_prefix(socket_.write_some(asio::buffer(text), failed));
-    if (failed == asio::error::would_block) {
-      co_await socket_.async_wait(Socket::wait_write, asio::redirect_error(asio::use_awaitable, failed));
+  bool waited = false;
+  while (!text.empty() && abandoned_ == nullptr) {
+    const ssize_t count = send(socket_.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (count >= 0) {
+      text.remove_prefix(static_cast<size_t>(count));
+      continue;
     }
+    if (errno != EAGAIN && errno != EINTR) break;
+    if (!waited) start_deadline(timeout, "write_timeout");
+    waited = true;
+    if (!co_await wait_for(Waiting::wait_write)) break;
   }
-  stop_deadline();
+  if (waited) stop_deadline();
   if (text.empty()) co_return nullptr;
   co_return abandoned_ != nullptr ? abandoned_ : "client_gone";
 }
 
 void Client::close() {
-  asio::error_code ignored;
-  socket_.shutdown(Socket::shutdown_send, ignored);
   // Unread bytes would turn the close into a reset, which can overtake the answer.
-  size_t dropped = 0;
-  while (dropped < (size_t{1} << 20)) {
-    asio::error_code nothing_more;
-    dropped += socket_.read_some(asio::buffer(scratch), nothing_more);
-    if (nothing_more) break;
+  constexpr size_t enough = size_t{1} << 20;
+  for (size_t dropped = 0; dropped < enough;) {
+    const ssize_t count = recv(socket_.get(), scratch.data(), scratch.size(), MSG_DONTWAIT);
+    if (count <= 0) break;
+    dropped += static_cast<size_t>(count);
   }
-  socket_.close(ignored);
+  if (waiting_) static_cast<void>(waiting_->release());
+  waiting_.reset();
+  socket_ = Descriptor();
 }
 
 }  // namespace kestro::routerd

@@ -3,13 +3,16 @@
 #define KESTRO_ROUTERD_CLIENT_HPP
 
 #include <asio/awaitable.hpp>
-#include <asio/generic/stream_protocol.hpp>
 #include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
 #include <asio/steady_timer.hpp>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "core/owned.hpp"
 
 namespace kestro::routerd {
 
@@ -19,6 +22,9 @@ class Client : public std::enable_shared_from_this<Client> {
 
   // Takes the descriptor over.
   Client(asio::io_context& io, int family, int fd);
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  ~Client();
 
   struct Received {
     std::string text;
@@ -36,18 +42,26 @@ class Client : public std::enable_shared_from_this<Client> {
   void abandon(const char* reason);
 
   // On a Unix-domain socket and of the router's own user, or root.
-  [[nodiscard]] bool is_privileged() const noexcept { return privileged_; }
+  [[nodiscard]] bool is_privileged() const noexcept;
 
  private:
+  using Waiting = asio::posix::stream_descriptor;
+
   void start_deadline(Seconds timeout, const char* reason);
   void stop_deadline();
+  // False when it ends the connection instead.
+  asio::awaitable<bool> wait_for(Waiting::wait_type what);
 
-  asio::generic::stream_protocol::socket socket_;
-  asio::steady_timer deadline_;
+  asio::io_context& io_;
+  int family_;
+  Descriptor socket_;
+  // Most clients have sent their request when they are accepted, and have room for their answer when it comes: the
+  // loop learns of a connection only when that has to be waited for.
+  std::optional<Waiting> waiting_;
+  std::optional<asio::steady_timer> deadline_;
   unsigned turn_ = 0;
   // A cancelled wait may have been over already: who waits in a loop looks here too.
   const char* abandoned_ = nullptr;
-  bool privileged_;
 };
 
 }  // namespace kestro::routerd

@@ -39,7 +39,7 @@ InFlight::Entry::~Entry() {
   all_.entries_.erase(number_);
 }
 
-asio::awaitable<std::optional<std::string>> InFlight::Entry::response() {
+asio::awaitable<std::optional<Response>> InFlight::Entry::response() {
   // The timer is the deadline, and what wakes the wait before it.
   timer_.expires_at(deadline_);
   asio::error_code woken;
@@ -51,14 +51,15 @@ void InFlight::Entry::wake() {
   timer_.cancel();
 }
 
-InFlight::Delivery InFlight::deliver(int64_t number, const std::string& method, std::string response) {
+InFlight::Delivery InFlight::deliver(Response response) {
+  const int64_t number = response.number();
   const auto found = entries_.find(number);
   if (found == entries_.end()) {
     const bool issued = number > 0 && (wrapped_ || (number >= first_ && number < next_));
     return issued ? Delivery::Late : Delivery::Foreign;
   }
   Entry& entry = *found->second;
-  if (entry.method_ != method) return Delivery::Foreign;
+  if (entry.method_ != response.method()) return Delivery::Foreign;
   if (entry.response_) return Delivery::Late;
   entry.response_ = std::move(response);
   entry.wake();

@@ -11,6 +11,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "routerd/response.hpp"
+
 namespace kestro::routerd {
 
 class InFlight {
@@ -31,7 +33,7 @@ class InFlight {
     [[nodiscard]] Clock::time_point begun() const noexcept { return begun_; }
     [[nodiscard]] Clock::time_point deadline() const noexcept { return deadline_; }
     // The response, or nothing when the deadline passed or the wait was given up.
-    asio::awaitable<std::optional<std::string>> response();
+    asio::awaitable<std::optional<Response>> response();
     [[nodiscard]] const bool& given_up() const noexcept { return given_up_; }
 
    private:
@@ -44,13 +46,13 @@ class InFlight {
     Clock::time_point begun_ = Clock::now();
     Clock::time_point deadline_;
     int32_t number_;
-    std::optional<std::string> response_;
+    std::optional<Response> response_;
     bool given_up_ = false;
   };
 
   enum class Delivery { Done, Late, Foreign };
-  // Gives a response to whoever waits under that number for an answer of that method.
-  Delivery deliver(int64_t number, const std::string& method, std::string response);
+  // Gives a response to whoever waits under its number for an answer of its method.
+  Delivery deliver(Response response);
 
   // Ends every wait without a response.
   void give_up_all();

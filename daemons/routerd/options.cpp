@@ -2,10 +2,9 @@
 
 #include <sys/un.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdlib>
 
-#include "kestro_mq.h"
+#include "common/options.hpp"
 
 namespace kestro::routerd {
 
@@ -37,12 +36,6 @@ std::pair<std::string, double> parse_method_timeout(const std::string& text) {
   return {text.substr(0, equals), seconds};
 }
 
-std::string check_bus_address(const std::string& address) {
-  if (address.rfind("tcp://", 0) != 0) return "a bus address looks like tcp://127.0.0.1:5000";
-  if (address.size() > KESTRO_MQ_SP_ADDR_MAX_LEN) return "a bus address has at most 128 characters";
-  return {};
-}
-
 std::string check_path(const std::string& path) {
   return path.size() < sizeof sockaddr_un{}.sun_path ? "" : "a socket's path has at most 107 characters";
 }
@@ -53,22 +46,13 @@ std::string check_stats_name(const std::string& name) {
 }
 
 void add_options(CLI::App& app, Options& options) {
-  const CLI::Validator bus_address(check_bus_address, "tcp://HOST:PORT");
   app.add_option("--listen-unix", options.listen_unix, "Unix-domain socket for clients")
       ->check(CLI::Validator(check_path, "PATH"))
       ->type_name("");
   app.add_option("--listen-tcp", options.listen_tcp, "port on 127.0.0.1 for clients")
       ->check(CLI::Range(1, 65535))
       ->type_name("PORT");
-  app.add_option("--bus-publish", options.bus_publish, "where requests are published (bound)")
-      ->required()
-      ->check(bus_address)
-      ->type_name("ADDRESS");
-  app.add_option("--bus-subscribe", options.bus_subscribe, "a service's publisher (connected); repeatable")
-      ->required()
-      ->check(bus_address)
-      ->type_name("ADDRESS")
-      ->allow_extra_args(false);
+  daemons::add_bus_options(app, options.bus, "where requests are published", "a service's publisher");
   app.add_option("--max-clients", options.max_clients, "connections at once; more wait to be accepted")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
@@ -104,8 +88,7 @@ void add_options(CLI::App& app, Options& options) {
 Options read_options(int argc, char** argv) {
   CLI::App app("Brings JSON-RPC clients onto the message bus. Runs in the foreground and logs to standard error.",
                "kestro-routerd");
-  app.set_version_flag("--version", "kestro-routerd " KESTRO_VERSION);
-  app.get_formatter()->column_width(34);
+  daemons::add_basics(app);
   app.footer(
       "SIGTERM and SIGINT end it: what is on the bus is answered first. A second one ends it at once.\n\n"
       "Example:\n"
@@ -113,15 +96,11 @@ Options read_options(int argc, char** argv) {
       "      --bus-publish tcp://127.0.0.1:5000 --bus-subscribe tcp://127.0.0.1:5001");
   Options options;
   add_options(app, options);
-  try {
-    app.parse(argc, argv);
+  daemons::parse_or_exit(app, argc, argv, [&options] {
     if (options.listen_unix.empty() && options.listen_tcp == 0) {
       throw CLI::RequiredError("--listen-unix or --listen-tcp");
     }
-  } catch (const CLI::ParseError& end) {
-    const int status = app.exit(end);
-    std::exit(status == 0 ? 0 : 2);
-  }
+  });
   return options;
 }
 

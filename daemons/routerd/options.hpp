@@ -7,7 +7,8 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <vector>
+
+#include "common/bus_addresses.hpp"
 
 namespace kestro::routerd {
 
@@ -19,8 +20,7 @@ inline constexpr size_t envelope_allowance = 256;
 struct Options {
   std::string listen_unix;
   int32_t listen_tcp = 0;
-  std::string bus_publish;
-  std::vector<std::string> bus_subscribe;
+  daemons::BusAddresses bus;
 
   size_t max_clients = 1024;
   size_t max_in_flight = 256;

@@ -6,12 +6,13 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 #include "core/owned.hpp"
+#include "routerd/response.hpp"
 
 namespace kestro::routerd {
 
+// Where memory runs out, what makes an answer throws std::bad_alloc: no answer is ever half or somebody else's.
 class Request {
  public:
   explicit Request(const std::string& text);
@@ -22,21 +23,21 @@ class Request {
   [[nodiscard]] bool is_notification() const noexcept { return !id_; }
   [[nodiscard]] const std::string& method() const noexcept { return method_; }
 
-  // Prepares the object for the bus: a transaction number of the router's own, and its reply channel as "id". Returns
-  // the bytes that it will have there, without a channel; 0 when memory runs out.
-  [[nodiscard]] size_t address(int32_t number) noexcept;
+  // The request as it goes onto the bus, with a transaction number of the router's own and its reply channel as "id".
+  // Null when memory runs out.
+  [[nodiscard]] Text addressed(int32_t number) const noexcept;
   // Borrowed. forget_object() releases what is no longer needed while the client waits.
   [[nodiscard]] json_t* object() const noexcept { return object_.get(); }
   void forget_object() noexcept { object_.reset(); }
 
   // The service's answer as this client is to get it: its own "transaction_id" is back.
-  [[nodiscard]] std::string restore(std::string answer, bool strict_id) const;
-  // The router's own answers. Empty when memory runs out.
+  [[nodiscard]] std::string restore(Response answer, bool strict_id) const;
+  // The router's own answers.
   [[nodiscard]] std::string busy(bool strict_id) const;
   [[nodiscard]] std::string timed_out(bool strict_id) const;
 
  private:
-  [[nodiscard]] const char* examine() noexcept;
+  [[nodiscard]] const char* examine();
   [[nodiscard]] std::string id_text() const;
   [[nodiscard]] std::string finish(Json response, bool strict_id) const;
 
@@ -46,14 +47,6 @@ class Request {
   std::string method_;
   const char* objection_ = nullptr;
 };
-
-// What a response on the bus says of itself.
-struct ResponseHead {
-  bool sound = false;   // a JSON object
-  int64_t number = -1;  // its "transaction_id", if that is an integer
-  std::string method;   // its "id"
-};
-ResponseHead read_response_head(const char* text);
 
 }  // namespace kestro::routerd
 

@@ -1,4 +1,5 @@
 #include "routerd/router.hpp"
+#include "common/notify.hpp"
 
 #include <jansson.h>
 #include <sys/mman.h>
@@ -23,7 +24,6 @@
 #include "kestro_jrpc/evaluate.hpp"
 #include "kestro_lsyslog.h"
 #include "kestro_socket.h"
-#include "routerd/notify.hpp"
 
 namespace kestro::routerd {
 
@@ -91,7 +91,7 @@ class Router::Presence {
 Router::Router(asio::io_context& io, Options options)
     : io_(io),
       options_(std::move(options)),
-      bus_(io, options_.bus_publish, options_.bus_subscribe),
+      bus_(io, options_.bus.publish, options_.bus.subscribe),
       signals_(io, SIGTERM, SIGINT),
       client_left_(io, asio::steady_timer::time_point::max()),
       stats_timer_(io),
@@ -135,11 +135,11 @@ void Router::run() {
   spawn(bus_.receive([this](std::string text) { deliver(std::move(text)); }));
   spawn(keep_stats());
   spawn(end_on_signal());
-  notify("READY=1");
+  daemons::notify("READY=1");
   here().log(Info, "ready: clients at %s%s%s, publishing at %s\n", options_.listen_unix.c_str(),
              listeners_.size() > 1 ? " and " : "",
              options_.listen_tcp != 0 ? ("port " + std::to_string(options_.listen_tcp)).c_str() : "",
-             options_.bus_publish.c_str());
+             options_.bus.publish.c_str());
   io_.run();
 }
 
@@ -210,22 +210,26 @@ asio::awaitable<void> Router::serve(std::shared_ptr<Client> client, std::unique_
   } else {
     stats_.bytes_out += answer.size();
   }
-  client->close();
+  co_return client->close();
 }
 
 // What the client is to be sent; empty when its request turns out to be none that can travel.
 asio::awaitable<std::string> Router::answer_to(Request& request) {
+  // An answer is made before it is counted: without memory for it the client is counted as refused.
   if (is_busy()) {
+    auto answer = request.busy(options_.strict_ids);
     ++stats_.busy;
-    co_return request.busy(options_.strict_ids);
+    co_return answer;
   }
   InFlight::Entry entry(in_flight_, io_, request.method(), InFlight::Clock::now() + time_for(request.method()));
   const Text channel(kestro_jrpc_router_extract_channel(request.method().c_str()));
-  if (!channel) {
+  Text text = request.addressed(entry.number());
+  if (!channel || !text) {
     refuse("out_of_memory");
     co_return std::string();
   }
-  const size_t size = strlen(channel.get()) + 1 + request.address(entry.number());
+  request.forget_object();
+  const size_t size = strlen(channel.get()) + 1 + strlen(text.get());
   if (size > bus_message_limit) {
     refuse("too_large");
     co_return std::string();
@@ -233,43 +237,48 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
 
   SendWindow::Place place(windows_.of(channel.get()));
   if (co_await place.enter(io_, size, entry.deadline(), entry.given_up())) {
-    if (bus_.dispatch(request.object()) != 0) {
+    if (bus_.publish(channel.get(), text.get()) != 0) {
       refuse("not_published");
       co_return std::string();
     }
-    request.forget_object();
+    text.reset();  // the client may wait for long
     if (auto response = co_await entry.response()) {
+      const auto latency = InFlight::Clock::now() - entry.begun();
+      auto answer = request.restore(std::move(*response), options_.strict_ids);
       ++stats_.answered;
-      stats_.count_latency(InFlight::Clock::now() - entry.begun());
-      co_return request.restore(std::move(*response), options_.strict_ids);
+      stats_.count_latency(latency);
+      co_return answer;
     }
   }
   if (entry.given_up()) {
+    auto answer = request.busy(options_.strict_ids);
     ++stats_.busy;
-    co_return request.busy(options_.strict_ids);
+    co_return answer;
   }
+  auto answer = request.timed_out(options_.strict_ids);
   ++stats_.timed_out;
   here().log(Warning, "%s: no response in time\n", request.method().c_str());
-  co_return request.timed_out(options_.strict_ids);
+  co_return answer;
 }
 
 void Router::deliver(std::string text) {
-  auto head = read_response_head(text.c_str());
-  if (!head.sound) {
+  Response response(std::move(text));
+  if (!response.is_sound()) {
     ++stats_.garbage;
     here().log(Debug, "dropped what is no response\n");
     return;
   }
-  switch (in_flight_.deliver(head.number, head.method, std::move(text))) {
+  const std::string method = response.method();
+  switch (in_flight_.deliver(std::move(response))) {
     case InFlight::Delivery::Done:
       break;
     case InFlight::Delivery::Late:
       ++stats_.late;
-      here().log(Debug, "dropped a late or repeated response of %s\n", head.method.c_str());
+      here().log(Debug, "dropped a late or repeated response of %s\n", method.c_str());
       break;
     case InFlight::Delivery::Foreign:
       ++stats_.foreign;
-      here().log(Debug, "dropped a response of %s that was not asked for here\n", head.method.c_str());
+      here().log(Debug, "dropped a response of %s that was not asked for here\n", method.c_str());
       break;
   }
 }
@@ -310,8 +319,8 @@ asio::awaitable<void> Router::keep_stats() {
     stats_.clients = clients_.size();
     stats_.in_flight = in_flight_.size();
     stats_variable_.publish(stats_);
-    notify("WATCHDOG=1\nSTATUS=" + std::to_string(stats_.clients) + " clients, " + std::to_string(stats_.in_flight) +
-           " requests in flight" + (maintenance_ ? ", maintenance" : ""));
+    daemons::notify("WATCHDOG=1\nSTATUS=" + std::to_string(stats_.clients) + " clients, " +
+                    std::to_string(stats_.in_flight) + " requests in flight" + (maintenance_ ? ", maintenance" : ""));
     stats_timer_.expires_after(1s);
     asio::error_code woken;
     co_await stats_timer_.async_wait(use_result(woken));
@@ -334,7 +343,7 @@ asio::awaitable<void> Router::end_on_signal() {
 }
 
 asio::awaitable<void> Router::drain() {
-  notify("STOPPING=1");
+  daemons::notify("STOPPING=1");
   here().log(Info, "ending: %zu requests in flight\n", in_flight_.size());
   draining_ = true;
   stop_listening();

@@ -20,7 +20,7 @@ bool SendWindow::has_room(size_t bytes) {
   while (!inside_.empty() && inside_.front()->settled_ <= now) {
     Place* const place = inside_.front();
     used_ -= place->bytes_;
-    place->inside_ = false;
+    place->state_ = Place::State::Outside;
     inside_.pop_front();
   }
   return inside_.empty() || used_ + bytes <= capacity_;
@@ -36,14 +36,14 @@ void SendWindow::wake_all() noexcept {
 
 void SendWindow::Place::wake() noexcept {
   asio::error_code ignored;
-  waiting_->cancel(ignored);
+  timer_->cancel(ignored);
 }
 
 SendWindow::Place::~Place() {
-  window_.waiting_.remove(this);  // still there when the wait itself was dropped
-  if (!inside_) return;
+  if (state_ == State::Waiting) window_.waiting_.erase(position_);  // the wait itself was dropped
+  if (state_ != State::Inside) return;
   window_.used_ -= bytes_;
-  window_.inside_.remove(this);
+  window_.inside_.erase(position_);
   window_.wake_first();
 }
 
@@ -51,8 +51,9 @@ asio::awaitable<bool> SendWindow::Place::enter(asio::io_context& io, size_t byte
                                                const bool& given_up) {
   bytes_ = bytes + overhead;
   asio::steady_timer timer(io);
-  window_.waiting_.push_back(this);
-  waiting_ = &timer;
+  timer_ = &timer;
+  position_ = window_.waiting_.insert(window_.waiting_.end(), this);
+  state_ = State::Waiting;
   bool first = window_.waiting_.front() == this;
   while (!(first && window_.has_room(bytes_)) && Clock::now() < deadline && !given_up) {
     const auto next_settled = window_.inside_.empty() ? deadline : window_.inside_.front()->settled_;
@@ -62,14 +63,16 @@ asio::awaitable<bool> SendWindow::Place::enter(asio::io_context& io, size_t byte
     first = window_.waiting_.front() == this;
   }
   const bool entered = first && !given_up && window_.has_room(bytes_);
-  window_.waiting_.remove(this);
-  waiting_ = nullptr;
   if (entered) {
     settled_ = Clock::now() + patience;
     window_.used_ += bytes_;
-    window_.inside_.push_back(this);
-    inside_ = true;
+    window_.inside_.splice(window_.inside_.end(), window_.waiting_, position_);
+    state_ = State::Inside;
+  } else {
+    window_.waiting_.erase(position_);
+    state_ = State::Outside;
   }
+  timer_ = nullptr;
   window_.wake_first();
   co_return entered;
 }

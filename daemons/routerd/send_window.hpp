@@ -38,8 +38,11 @@ class SendWindow {
     SendWindow& window_;
     size_t bytes_ = 0;
     Clock::time_point settled_{};
-    bool inside_ = false;
-    asio::steady_timer* waiting_ = nullptr;
+    // Which list holds it, and where: nobody searches among those who wait.
+    enum class State { Outside, Waiting, Inside };
+    State state_ = State::Outside;
+    std::list<Place*>::iterator position_;
+    asio::steady_timer* timer_ = nullptr;  // of the wait
   };
 
   // Lets everybody who waits look whether the request was given up.

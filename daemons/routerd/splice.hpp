@@ -1,21 +1,41 @@
-// Changing one member of a JSON text without touching the rest of its bytes.
+// Changing members of a JSON text without touching the rest of its bytes, after one pass over them.
 #ifndef KESTRO_ROUTERD_SPLICE_HPP
 #define KESTRO_ROUTERD_SPLICE_HPP
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace kestro::routerd {
 
-// Both want a text that begins with a sound JSON object; what follows it is kept. They find a member only where its key
-// is written without escapes; otherwise nothing changes, and the result is false.
+struct Span {
+  size_t begin;
+  size_t end;
+};
 
-// Replaces the value of a member of the outermost object.
-bool replace_member(std::string& text, std::string_view key, std::string_view value);
+// Where a member of the outermost object stands.
+struct Member {
+  Span value;
+  Span whole;  // with the comma that goes when it goes
 
-// Takes a member out of the outermost object, with its comma.
-bool remove_member(std::string& text, std::string_view key);
+  [[nodiscard]] std::string_view value_in(std::string_view text) const {
+    return text.substr(value.begin, value.end - value.begin);
+  }
+};
+
+// The members of an object that the router is after, and where the object ends.
+struct Outline {
+  std::optional<Member> transaction_id;
+  std::optional<Member> id;
+  size_t end = 0;
+};
+
+// Reads a text that begins with an object and is plain. Whatever is read here, the JSON library accepts as well, with
+// distinct keys at every level. The converse does not hold: nothing is returned for a broken text, and for a sound one
+// with what hardly ever occurs: keys with escapes, surrogates, numbers beyond 18 digits or 99 powers of ten, more than
+// 64 levels. The library has to judge those. What follows the object is not looked at.
+std::optional<Outline> outline(const std::string& text);
 
 }  // namespace kestro::routerd
 

@@ -1,20 +1,40 @@
 #include "routerd/stats.hpp"
 
+#include <fcntl.h>
 #include <jansson.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 
 #include <bit>
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "core/owned.hpp"
+#include "core/site.hpp"
 #include "kestro_shm.h"
 
 namespace kestro::routerd {
 
 namespace {
 
+constexpr auto here = site_of("kestro_routerd");
+
 json_t* number(uint64_t value) {
   return json_integer(static_cast<json_int_t>(value));
+}
+
+// The library gives a new variable permissions that only root can do with. The router need not be root, so it makes the
+// object itself: one that everybody may read, and never one that somebody else has put there.
+bool create_variable(const char* name, int32_t size) {
+  constexpr mode_t readable = 0644;
+  shm_unlink(name);
+  const Descriptor object(shm_open(name, O_CREAT | O_EXCL | O_RDWR, readable));
+  if (object.get() < 0 || fchmod(object.get(), readable) != 0) {
+    here().log(Error, "no counters: cannot create %s: %s\n", name, strerror(errno));
+    return false;
+  }
+  return kestro_shm_create(name, size) == 0;
 }
 
 }  // namespace
@@ -41,7 +61,7 @@ std::string Stats::json() const {
 }
 
 StatsVariable::StatsVariable(std::string name)
-    : name_(std::move(name)), usable_(kestro_shm_create(name_.c_str(), size) == 0) {}
+    : name_(std::move(name)), usable_(create_variable(name_.c_str(), size)) {}
 
 StatsVariable::~StatsVariable() {
   if (usable_) shm_unlink(name_.c_str());

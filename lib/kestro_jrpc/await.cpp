@@ -90,17 +90,6 @@ int32_t match_name(bool sound, const json_t* name, const char* awaited, Json roo
                      printable(json_string_value(name)));
 }
 
-int32_t kestro_jrpc_eval_notification(const char* method, const char* notification, json_t** out) noexcept {
-  if (method == nullptr || notification == nullptr || out == nullptr) {
-    return null_pointer(here(), "kestro_jrpc_eval_notification");
-  }
-  Json root = parse_received(notification);
-  if (!root) return status::general_error;
-  const json_t* const name = json_object_get(root.get(), "method");
-  const bool sound = speaks_version_2(root.get()) && has_text_method(name);
-  return match_name(sound, name, method, std::move(root), out);
-}
-
 // Receives one frame, waiting as the socket's time-out says.
 int32_t receive_frame(int32_t mq_socket_in, Text& frame, int32_t& length) noexcept {
   char* raw = nullptr;
@@ -195,6 +184,17 @@ int32_t kestro::attempts_for_method(const char* method) noexcept {
     if (row.method == method) return row.attempts;
   }
   return usual_attempts;
+}
+
+int32_t kestro::kestro_jrpc_eval_notification(const char* method, const char* notification, json_t** out) noexcept {
+  if (method == nullptr || notification == nullptr || out == nullptr) {
+    return null_pointer(here(), "kestro_jrpc_eval_notification");
+  }
+  Json root = parse_received(notification);
+  if (!root) return status::general_error;
+  const json_t* const name = json_object_get(root.get(), "method");
+  const bool sound = speaks_version_2(root.get()) && has_text_method(name);
+  return match_name(sound, name, method, std::move(root), out);
 }
 
 int32_t kestro_jrpc_eval_method(const char* method, const char* response, json_t** response_json) noexcept {

@@ -38,16 +38,17 @@ int32_t null_pointer_in_pub(Site site) noexcept {
   return site.fail(Debug, status::null_argument, "[kestro_jrpc_mq_pub]: Null Pointer!\n");
 }
 
-// The request of a frame, and the channel that its sender listens on: null for a notification.
-int32_t open_frame(const char* frame, int32_t length, Text& request, Text& reply_channel) noexcept {
-  char* text = nullptr;
-  if (const auto parsed = kestro_jrpc_parse_msg(frame, length, &text); parsed != status::ok) {
+// The request of a frame, parsed once for all, and the channel that its sender listens on: null for a notification.
+int32_t open_frame(const char* frame, int32_t length, Json& request, Text& reply_channel) noexcept {
+  char* raw_text = nullptr;
+  const auto parsed = kestro_jrpc_parse_msg(frame, length, &raw_text);
+  const Text text(raw_text);
+  if (parsed != status::ok) {
     return here().fail(Debug, parsed, "[kestro_jrpc_mq_run]: Error parse_msg, rc = %d\n", parsed);
   }
-  request.reset(text);
-
+  request = parse_addressed(text.get());
   char* channel = nullptr;
-  const auto found = kestro_jrpc_parse_channel(request.get(), &channel);
+  const auto found = request ? channel_of(request.get(), &channel) : status::general_error;
   if (found != status::ok && found != status::no_request_id) {
     return here().fail(Debug, found, "[kestro_jrpc_mq_run]: Error parse_channel, rc = %d\n", found);
   }
@@ -55,10 +56,10 @@ int32_t open_frame(const char* frame, int32_t length, Text& request, Text& reply
   return status::ok;
 }
 
-int32_t answer(int32_t* mq_socket_out, char* request, const char* reply_channel,
+int32_t answer(int32_t* mq_socket_out, const json_t* request, const char* reply_channel,
                kestro_jrpc_mapping_t* table) noexcept {
   char* raw_response = nullptr;
-  const auto evaluated = kestro_jrpc_eval_request(request, table, &raw_response);
+  const auto evaluated = evaluate(request, table, &raw_response);
   const Text response(raw_response);
   if (evaluated != status::ok || !response) return evaluated;
 
@@ -156,7 +157,7 @@ int32_t kestro_jrpc_mq_run(int32_t* mq_socket_in, int32_t* mq_socket_out, kestro
   if (length == 0) return status::general_error;
   here().log(Verbose, "[kestro_jrpc_mq_run]: mq_recv msg[%d]: %s\n", length, frame.get());
 
-  Text request;
+  Json request;
   Text reply_channel;
   const auto opened = open_frame(frame.get(), length, request, reply_channel);
   if (opened != status::ok) return opened;

@@ -87,21 +87,23 @@ int32_t kestro_jrpc_parse_msg(const char* msg, int32_t length, char** json_msg) 
   return status::ok;
 }
 
-int32_t kestro_jrpc_parse_channel(const char* json, char** channel) noexcept {
-  if (channel != nullptr) *channel = nullptr;
-  if (json == nullptr || channel == nullptr) {
-    return here().fail(Debug, status::null_argument, "[kestro_jrpc_parse_channel]: Null Pointer!\n");
-  }
+Json kestro::parse_addressed(const char* json) noexcept {
   json_error_t error;
-  const Json root = parse_json(json, &error);
+  Json root = parse_json(json, &error);
   if (!root) {
     here().log(Debug, "[kestro_jrpc_parse_channel]: Cannot parse JSON message.\n");
-    return here().fail(Debug, status::general_error, "Error on line[%d]: %s\n", error.line, error.text);
+    here().log(Debug, "Error on line[%d]: %s\n", error.line, error.text);
+    return nullptr;
   }
   if (!json_is_object(root.get())) {
-    return here().fail(Debug, status::general_error, "[kestro_jrpc_parse_channel]: Invalid JSON\n");
+    here().log(Debug, "[kestro_jrpc_parse_channel]: Invalid JSON\n");
+    return nullptr;
   }
-  const json_t* const id = json_object_get(root.get(), "id");
+  return root;
+}
+
+int32_t kestro::channel_of(const json_t* root, char** channel) noexcept {
+  const json_t* const id = json_object_get(root, "id");
   if (id == nullptr) {
     return here().fail(Verbose, status::no_request_id, "[kestro_jrpc_parse_channel]: No ID\n");
   }
@@ -113,4 +115,13 @@ int32_t kestro_jrpc_parse_channel(const char* json, char** channel) noexcept {
     return here().fail(Debug, status::general_error, "[kestro_jrpc_parse_channel]: Failed to allocate memory\n");
   }
   return status::ok;
+}
+
+int32_t kestro_jrpc_parse_channel(const char* json, char** channel) noexcept {
+  if (channel != nullptr) *channel = nullptr;
+  if (json == nullptr || channel == nullptr) {
+    return here().fail(Debug, status::null_argument, "[kestro_jrpc_parse_channel]: Null Pointer!\n");
+  }
+  const Json root = parse_addressed(json);
+  return root ? channel_of(root.get(), channel) : status::general_error;
 }

@@ -39,10 +39,6 @@ Json load_request(const char* text) noexcept {
     here().log(Error, "kestro_jrpc_eval_request: Invalid JSON\n");
     return nullptr;
   }
-  if (!show_received(here(), root.get())) {
-    here().log(Error, "kestro_jrpc_eval_request: Could not print JSON\n");
-    return nullptr;
-  }
   return root;
 }
 
@@ -136,14 +132,11 @@ const kestro_jrpc_mapping_t* find_method(const kestro_jrpc_mapping_t* table, con
   return nullptr;
 }
 
-int32_t kestro_jrpc_eval_request(char* request, kestro_jrpc_mapping_t* table, char** response) noexcept {
-  if (request == nullptr || table == nullptr || response == nullptr) {
-    return here().fail(Error, status::general_error, "kestro_jrpc_eval_request: NULL pointer!\n");
+int32_t evaluate(const json_t* request, kestro_jrpc_mapping_t* table, char** response) noexcept {
+  if (!show_received(here(), request)) {
+    return here().fail(Error, status::general_error, "kestro_jrpc_eval_request: Could not print JSON\n");
   }
-  const Json root = load_request(request);
-  if (!root) return status::general_error;
-
-  const Request parts(root.get());
+  const Request parts(request);
   if (!is_answerable(parts)) return stop_without_response(parts, response);
   if (!json_is_string(parts.method)) {
     return respond_with_error(parts, jrpc_code::method_not_found, nullptr, response);
@@ -155,6 +148,14 @@ int32_t kestro_jrpc_eval_request(char* request, kestro_jrpc_mapping_t* table, ch
     return respond_with_error(parts, jrpc_code::method_not_found, nullptr, response);
   }
   return call_handler(parts, *row, response);
+}
+
+int32_t kestro_jrpc_eval_request(char* request, kestro_jrpc_mapping_t* table, char** response) noexcept {
+  if (request == nullptr || table == nullptr || response == nullptr) {
+    return here().fail(Error, status::general_error, "kestro_jrpc_eval_request: NULL pointer!\n");
+  }
+  const Json root = load_request(request);
+  return root ? evaluate(root.get(), table, response) : status::general_error;
 }
 
 }  // namespace kestro

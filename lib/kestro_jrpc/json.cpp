@@ -33,8 +33,10 @@ class Encoding {
     if (length <= size_ - used_) return true;
     const size_t wanted = std::max({size_ * 2, used_ + length, size_t{256}});
     auto* const grown = static_cast<char*>(realloc(text_.get(), wanted));
-    failed_ = grown == nullptr;
-    if (failed_) return false;
+    if (grown == nullptr) {
+      failed_ = true;
+      return false;
+    }
     static_cast<void>(text_.release());
     text_.reset(grown);
     size_ = wanted;

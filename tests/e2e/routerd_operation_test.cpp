@@ -1,7 +1,10 @@
 // Operating the router daemon: its command line, its own requests, its counters, its end.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <filesystem>
@@ -96,7 +99,81 @@ TEST(RouterdLog, LevelIsReadAgainWhenAskedFor) {
   EXPECT_TRUE(road.counts("handled", 1));
 }
 
+// ---- Descriptors ----
+
+// Where a descriptor of a process leads; empty when there is none.
+std::filesystem::path where(const std::filesystem::path& process, const std::filesystem::path& fd) {
+  std::error_code ignored;
+  return std::filesystem::read_symlink(process / "fd" / fd, ignored);
+}
+
+bool is_closed_on_exec(const std::filesystem::path& process, const std::filesystem::path& fd) {
+  std::ifstream info(process / "fdinfo" / fd);
+  std::string word;
+  while (info >> word && word != "flags:") {
+  }
+  unsigned flags = 0;
+  info >> std::oct >> flags;
+  return (flags & O_CLOEXEC) != 0;
+}
+
+// But for what it was started with.
+TEST(RouterdDescriptors, AreClosedOnExec) {
+  Road road;
+  const auto client = road.connect();
+  const auto other = road.connect_by_tcp();
+  ASSERT_TRUE(road.counts("clients", 2));
+  const std::filesystem::path process = "/proc/" + std::to_string(road.router().pid());
+  size_t looked_at = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(process / "fd")) {
+    const auto fd = entry.path().filename();
+    const bool was_passed_on = std::stoi(fd) <= STDERR_FILENO || where(process, fd) == where("/proc/self", fd);
+    if (was_passed_on) continue;
+    EXPECT_TRUE(is_closed_on_exec(process, fd)) << where(process, fd);
+    ++looked_at;
+  }
+  EXPECT_GT(looked_at, 10U);
+}
+
 // ---- Counters ----
+
+TEST(RouterdCounters, EverybodyReadsWhatTheRouterAloneWrites) {
+  const Road road;
+  struct stat variable {};
+  ASSERT_EQ(stat(("/dev/shm" + road.stats_name()).c_str(), &variable), 0);
+  EXPECT_EQ(variable.st_mode & 07777U, 0644U);
+  EXPECT_EQ(variable.st_uid, geteuid());
+}
+
+// Whoever had put it there could shrink it under the router's hands.
+TEST(RouterdCounters, AreNotKeptInAVariableOfSomebodyElse) {
+  const TempDir dir;
+  const std::string name = "/" + dir.path().filename().string();
+  const Descriptor found(shm_open(name.c_str(), O_CREAT | O_EXCL | O_RDWR, 0666));
+  ASSERT_GE(found.get(), 0);
+  Process router({KESTRO_ROUTERD, "--listen-unix", dir.file("router.sock"), "--bus-publish", free_bus_address(),
+                  "--bus-subscribe", free_bus_address(), "--stats-name", name});
+  std::array<char, routerd::StatsVariable::size> text{};
+  EXPECT_TRUE(
+      eventually([&] { return kestro_shm_get_string(name.c_str(), text.size(), text.data()) == 0 && text[0] == '{'; }));
+  struct stat old {};
+  ASSERT_EQ(fstat(found.get(), &old), 0);
+  EXPECT_EQ(old.st_size, 0);
+  EXPECT_EQ(old.st_nlink, 0U);
+  EXPECT_EQ(router.terminate(), 0);
+}
+
+TEST(RouterdCounters, AreMissedWhereThereIsNoRoomForThem) {
+  const TempDir dir;
+  const std::string name = "/" + dir.path().filename().string();
+  std::filesystem::create_directory("/dev/shm" + name);
+  const Finally remove_it([&]() noexcept { std::filesystem::remove("/dev/shm" + name); });
+  Process router({KESTRO_ROUTERD, "--listen-unix", dir.file("router.sock"), "--bus-publish", free_bus_address(),
+                  "--bus-subscribe", free_bus_address(), "--stats-name", name});
+  EXPECT_TRUE(eventually([&] { return router.err().find("ready: clients at") != std::string::npos; }));
+  EXPECT_THAT(router.err(), HasLog(Error, "kestro_routerd", "no counters: cannot create " + name + ": File exists\n"));
+  EXPECT_EQ(router.terminate(), 0);
+}
 
 TEST(RouterdCounters, TellBytesAndTimes) {
   const Road road;

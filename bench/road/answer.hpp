@@ -1,0 +1,36 @@
+// What every service of these measurements does: one small object in, one out, or an array of them of about so many
+// bytes.
+#ifndef KESTRO_BENCH_ROAD_ANSWER_HPP
+#define KESTRO_BENCH_ROAD_ANSWER_HPP
+
+#include <jansson.h>
+
+#include <map>
+#include <string>
+
+namespace kestro::bench {
+
+inline json_t* port(const char* name) {
+  return json_pack("{s:s,s:b,s:s,s:i,s:[i,i],s:f,s:s}", "port", name, "enabled", 1, "link", "up", "speed", 1000,
+                   "vlans", 1, 2000, "power", 12.5, "comment", "uplink of building \"7\"");
+}
+
+// A new reference. Large results are made once: their making is not what is measured.
+inline json_t* result_for(const json_t* params) {
+  const auto size = json_integer_value(json_object_get(params, "size"));
+  if (size == 0) return port(json_string_value(json_object_get(params, "port")));
+  static std::map<json_int_t, json_t*> made;
+  json_t*& list = made[size];
+  if (list == nullptr) {
+    constexpr json_int_t one_port = 112;
+    list = json_array();
+    for (json_int_t i = 0; i * one_port < size; ++i) {
+      json_array_append_new(list, port(("c" + std::to_string(i) + "-1").c_str()));
+    }
+  }
+  return json_incref(list);
+}
+
+}  // namespace kestro::bench
+
+#endif

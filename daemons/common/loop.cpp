@@ -1,0 +1,69 @@
+#include "common/loop.hpp"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "common/notify.hpp"
+
+namespace kestro::daemons {
+
+namespace {
+
+constexpr int heartbeat_ms = 1000;
+
+int signal_descriptor() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  const int fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+  if (fd < 0) throw std::runtime_error(std::string("signalfd: ") + strerror(errno));
+  return fd;
+}
+
+}  // namespace
+
+Loop::Loop() : signals_(signal_descriptor()) {}
+
+Loop::~Loop() {
+  ::close(signals_);
+}
+
+void Loop::watch(int fd, std::function<void()> serve) {
+  watched_.push_back({fd, std::move(serve)});
+}
+
+bool Loop::stopping() {
+  signalfd_siginfo signal{};
+  if (::read(signals_, &signal, sizeof signal) == sizeof signal) stopping_ = true;
+  return stopping_;
+}
+
+void Loop::run() {
+  notify("READY=1");
+  while (!stopping()) {
+    serve_ready(heartbeat_ms);
+    notify("WATCHDOG=1");
+  }
+  notify("STOPPING=1");
+}
+
+void Loop::serve_ready(int wait_ms) {
+  std::vector<pollfd> descriptors{{signals_, POLLIN, 0}};
+  for (const auto& watched : watched_) descriptors.push_back({watched.fd, POLLIN, 0});
+  if (::poll(descriptors.data(), descriptors.size(), wait_ms) <= 0) return;
+  for (size_t i = 0; i < watched_.size(); ++i) {
+    if (descriptors[i + 1].revents != 0) watched_[i].serve();
+  }
+}
+
+}  // namespace kestro::daemons

@@ -1,0 +1,51 @@
+#include "common/options.hpp"
+
+#include <cstdlib>
+
+#include "kestro_mq.h"
+
+namespace kestro::daemons {
+
+namespace {
+
+constexpr int usage_status = 2;
+
+std::string check_bus_address(const std::string& address) {
+  if (address.rfind("tcp://", 0) != 0) return "a bus address looks like tcp://127.0.0.1:5000";
+  if (address.size() > KESTRO_MQ_SP_ADDR_MAX_LEN) return "a bus address has at most 128 characters";
+  return {};
+}
+
+}  // namespace
+
+CLI::Validator bus_address() {
+  return {check_bus_address, "tcp://HOST:PORT"};
+}
+
+void add_basics(CLI::App& app) {
+  app.set_version_flag("--version", app.get_name() + " " KESTRO_VERSION);
+  app.get_formatter()->column_width(34);
+}
+
+void add_bus_options(CLI::App& app, BusAddresses& bus, const std::string& publishes, const std::string& subscribes) {
+  app.add_option("--bus-publish", bus.publish, publishes + " (bound)")
+      ->required()
+      ->check(bus_address())
+      ->type_name("ADDRESS");
+  app.add_option("--bus-subscribe", bus.subscribe, subscribes + " (connected); repeatable")
+      ->required()
+      ->check(bus_address())
+      ->type_name("ADDRESS")
+      ->allow_extra_args(false);
+}
+
+void parse_or_exit(CLI::App& app, int argc, char** argv, const std::function<void()>& check) {
+  try {
+    app.parse(argc, argv);
+    if (check) check();
+  } catch (const CLI::ParseError& end) {
+    std::exit(app.exit(end) == 0 ? 0 : usage_status);
+  }
+}
+
+}  // namespace kestro::daemons

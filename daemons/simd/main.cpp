@@ -1,0 +1,81 @@
+// kestro-simd: the hardware of a unit, simulated.
+
+#include <cstdio>
+#include <exception>
+
+#include "common/bus_sockets.hpp"
+#include "common/loop.hpp"
+#include "kestro_lsyslog.h"
+#include "kestro_timer.h"
+#include "simd/events.hpp"
+#include "simd/gate.hpp"
+#include "simd/options.hpp"
+#include "simd/outages.hpp"
+#include "simd/say.hpp"
+#include "simd/service.hpp"
+
+namespace {
+
+using namespace kestro;
+using namespace kestro::simd;
+
+// A timer that fires at an interval of seconds; never for 0.
+class Ticks {
+ public:
+  explicit Ticks(double interval) {
+    if (interval <= 0) return;
+    kestro_timer_init(&timer_, 1);
+    kestro_timer_nsec_set(timer_, static_cast<float>(interval), static_cast<float>(interval));
+  }
+  Ticks(const Ticks&) = delete;
+  Ticks& operator=(const Ticks&) = delete;
+  ~Ticks() {
+    if (timer_ >= 0) kestro_timer_free(&timer_);
+  }
+  [[nodiscard]] int descriptor() const { return timer_; }
+  // Whether it fired since the last call.
+  [[nodiscard]] bool take() const { return kestro_timer_read(timer_) == 0; }
+
+ private:
+  int32_t timer_ = -1;
+};
+
+void run(const Options& options) {
+  daemons::Loop loop;
+  const daemons::BusSocket publisher(daemons::open_publisher(options.bus.publish));
+  const daemons::BusSocket subscriber(daemons::open_subscriber(options.bus.subscribe, KESTRO_JRPC_CHANNEL_DEFAULT));
+
+  Hardware hardware(options.seed);
+  Faults faults;
+  for (const auto& fault : options.faults) faults.set(fault);
+  faults.on_change([&](int32_t oec_number, bool online) { publish_transition(publisher.get(), oec_number, online); });
+  Service service(hardware, faults);
+  Gate gate(subscriber.get(), publisher.get(), service.methods().table(), faults);
+  loop.watch(gate.frames_descriptor(), [&] { gate.take_frames(); });
+  loop.watch(gate.due_descriptor(), [&] { gate.release_due(); });
+
+  Outages outages(options.seed, faults);
+  const Ticks ticks(options.event_interval);
+  if (ticks.descriptor() >= 0) {
+    loop.watch(ticks.descriptor(), [&] {
+      if (ticks.take()) outages.take_turn();
+    });
+  }
+
+  say("ready: seed " + std::to_string(options.seed) + ", publishing at " + options.bus.publish);
+  loop.run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const auto options = read_options(argc, argv);
+  kestro_lsyslog_init("simd");
+  try {
+    run(options);
+  } catch (const std::exception& failure) {
+    fprintf(stderr, "kestro-simd: %s\n", failure.what());
+    return 1;
+  }
+  return 0;
+}

@@ -1,0 +1,65 @@
+// The router's reading and changing of a response, against the JSON library's. The first byte chooses the change.
+
+#include <jansson.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "core/owned.hpp"
+#include "routerd/response.hpp"
+#include "routerd/splice.hpp"
+
+namespace {
+
+using kestro::Json;
+using kestro::Text;
+
+void require(bool held) {
+  if (!held) abort();
+}
+
+std::string dumped(const json_t* object) {
+  const Text text(json_dumps(object, JSON_COMPACT | JSON_ENSURE_ASCII));
+  require(text != nullptr);
+  return text.get();
+}
+
+// Parse, replace, dump.
+std::string changed_by_the_library(json_t* object, json_t* transaction_id, json_t* id) {
+  if (transaction_id != nullptr) {
+    json_object_set(object, "transaction_id", transaction_id);
+  } else {
+    json_object_del(object, "transaction_id");
+  }
+  if (id != nullptr) json_object_set(object, "id", id);
+  return dumped(object);
+}
+
+void check(const std::string& text, json_t* transaction_id, json_t* id) {
+  kestro::routerd::Response response(text);
+  const Json object(
+      json_loads(text.c_str(), JSON_REJECT_DUPLICATES | JSON_DISABLE_EOF_CHECK | JSON_DECODE_ANY, nullptr));
+  require(response.is_sound() == json_is_object(object.get()));
+  if (!response.is_sound()) return;
+
+  const json_t* const number = json_object_get(object.get(), "transaction_id");
+  const json_t* const method = json_object_get(object.get(), "id");
+  require(response.number() == (json_is_integer(number) ? json_integer_value(number) : -1));
+  require(response.method() == (json_is_string(method) ? json_string_value(method) : ""));
+
+  const std::string result = response.change(transaction_id, id);
+  const Json strictly(json_loads(result.c_str(), JSON_REJECT_DUPLICATES, nullptr));
+  require(strictly != nullptr);
+  require(dumped(strictly.get()) == changed_by_the_library(object.get(), transaction_id, id));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const Json transaction_id((data[0] & 1) != 0 ? json_real(12.5) : nullptr);
+  const Json id((data[0] & 2) != 0 ? json_string("mine \xe2\x82\xac") : nullptr);
+  check(std::string(reinterpret_cast<const char*>(data) + 1, size - 1), transaction_id.get(), id.get());
+  return 0;
+}

@@ -1,0 +1,37 @@
+#include "kestroctl/mask.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <string>
+
+namespace kestro::ctl {
+
+namespace {
+
+constexpr std::string_view secret_words[] = {
+    "password", "passwd", "passphrase", "credential", "secret", "community", "token", "private_key", "privatekey",
+};
+
+}  // namespace
+
+bool names_secret(std::string_view member) {
+  std::string lower(member);
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+  return std::any_of(std::begin(secret_words), std::end(secret_words),
+                     [&](std::string_view word) { return lower.find(word) != std::string::npos; });
+}
+
+void mask_secrets(json_t* value) {
+  const char* name = nullptr;
+  json_t* member = nullptr;
+  json_object_foreach(value, name, member) {
+    if (names_secret(name)) {
+      json_object_set_new(value, name, json_string(masked));
+    } else {
+      mask_secrets(member);
+    }
+  }
+  for (size_t i = 0; i < json_array_size(value); ++i) mask_secrets(json_array_get(value, i));
+}
+
+}  // namespace kestro::ctl

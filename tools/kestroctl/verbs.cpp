@@ -1,0 +1,30 @@
+#include "kestroctl/verbs.hpp"
+
+#include <utility>
+
+namespace kestro::ctl {
+
+CLI::App& add_verb(CommandLine& line, const char* group, const char* name, const char* what, std::function<Exit()> run,
+                   const char* examples) {
+  auto& verb = *line.app.add_subcommand(name, what);
+  verb.group(group);
+  const std::string text = std::string("Examples:\n") + examples;
+  verb.footer(text.ends_with('\n') ? text : text + "\n");
+  verb.fallthrough();
+  verb.callback([&line, run = std::move(run)] { line.run = run; });
+  return verb;
+}
+
+CLI::Option* add_seconds(CLI::App& verb, const char* name, Seconds& value, const char* what) {
+  auto* const option = verb.add_option_function<double>(
+      name, [&value](double seconds) { value = Seconds(seconds); }, what);
+  option->check(CLI::Range(0.001, 604'800.0).description(""))->type_name("SECONDS");
+  if (value.count() > 0) option->default_str(CLI::detail::to_string(value.count()));
+  return option;
+}
+
+void add_timeout(CLI::App& verb, Seconds& value, const char* what) {
+  add_seconds(verb, "--timeout", value, what);
+}
+
+}  // namespace kestro::ctl
