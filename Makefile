@@ -47,7 +47,8 @@ test: build
 
 fuzz: deps
 	@scripts/fuzz.sh $(SECONDS)
-bench: deps
+bench:
+	@scripts/deps.sh bench
 	@scripts/bench.sh
 check: build
 	@scripts/static.sh build/dev
