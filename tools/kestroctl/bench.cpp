@@ -145,7 +145,7 @@ Exit run(const Common& common, const Options& options) {
 void add_bench(CommandLine& line) {
   const auto options = std::make_shared<Options>();
   auto& verb = add_verb(
-      line, watching, "bench", "Send many requests at once and account for each of them",
+      line, calling, "bench", "Send many requests at once and account for each of them",
       [&line, options] { return run(line.common, *options); },
       "  kestroctl bench\n"
       "  kestroctl bench --clients 100 --requests 50000 --method ports.Get --params '{\"port_id\": \"c1-1\"}'\n"

@@ -294,13 +294,13 @@ Ledger run_load(const Load& load, const Progress& progress) {
 
 void enter_answer(Ledger& ledger, const std::string& method, int64_t number, const std::string& answer) {
   const Json object(json_loadb(answer.data(), answer.size(), 0, nullptr));
-  if (!json_is_object(object.get())) {
+  const json_t* const error = json_object_get(object.get(), "error");
+  if (error == nullptr && json_object_get(object.get(), "result") == nullptr) {
     ++ledger.lost;  // cut off
     return;
   }
   const json_t* const transaction = json_object_get(object.get(), "transaction_id");
   const char* const id = json_string_value(json_object_get(object.get(), "id"));
-  const json_t* const error = json_object_get(object.get(), "error");
   const auto code = static_cast<int32_t>(json_integer_value(json_object_get(error, "code")));
   const bool named = id != nullptr && (id == method || id == std::string_view(request_id));
   if (!json_is_integer(transaction) || json_integer_value(transaction) != number || !named) {

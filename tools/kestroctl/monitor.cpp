@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <ctime>
+#include <deque>
 #include <memory>
+#include <utility>
 
 #include "kestroctl/bus_tap.hpp"
 #include "kestroctl/mask.hpp"
@@ -157,23 +159,70 @@ void tell_connections(BusTap& tap) {
                                    : "listening to " + all + (connected == 1 ? " publisher" : " publishers"));
 }
 
+// Shows messages in their order, but for this: what publishers say at the same time is received in any order, so a
+// response that has come before its request waits for it, for a moment.
+class Show {
+ public:
+  explicit Show(const Options& options) : options_(options), look_(look_of(STDOUT_FILENO)) {}
+
+  void take(Message message, Clock::time_point now) {
+    if (message.kind == Kind::Response) {
+      message.latency = pairing_.response(message.channel, message.object.get(), now);
+      if (!message.latency) return early_.push_back({std::move(message), now + patience});
+    }
+    if (message.kind == Kind::Request) pairing_.request(message.object.get(), now);
+    const bool asks = message.kind == Kind::Request;
+    print_wanted(message);
+    if (asks) show_early(now);
+  }
+  // Those that have waited long enough.
+  void show_late(Clock::time_point now) {
+    while (!early_.empty() && early_.front().until <= now) {
+      print_wanted(early_.front().message);
+      early_.pop_front();
+    }
+  }
+  [[nodiscard]] Clock::time_point wake_up() const {
+    return early_.empty() ? Clock::time_point::max() : early_.front().until;
+  }
+  [[nodiscard]] bool done() const { return options_.limit != 0 && shown_ >= options_.limit; }
+
+ private:
+  static constexpr auto patience = 50ms;
+
+  struct Early {
+    Message message;
+    Clock::time_point until;
+  };
+
+  void show_early(Clock::time_point now) {
+    for (auto early = early_.begin(); early != early_.end(); ++early) {
+      if (!pairing_.response(early->message.channel, early->message.object.get(), now)) continue;
+      print_wanted(early->message);
+      early_.erase(early);
+      return;
+    }
+  }
+  void print_wanted(const Message& message) {
+    if (done() || !is_wanted(options_, message)) return;
+    print(options_.json ? json_of(message) : line_of(message, look_));
+    ++shown_;
+  }
+
+  const Options& options_;
+  Look look_;
+  Pairing pairing_;
+  std::deque<Early> early_;
+  uint64_t shown_ = 0;
+};
+
 Exit run(const Common& common, const Options& options) {
   BusTap tap(common.bus, "");
   tell_connections(tap);
-  const Look look = look_of(STDOUT_FILENO);
-  Pairing pairing;
-  uint64_t shown = 0;
-  while (!tap.ended() && (options.limit == 0 || shown < options.limit)) {
-    const auto frame = tap.next(Clock::time_point::max());
-    if (!frame) continue;
-    Message message = understand(*frame);
-    if (message.kind == Kind::Request) pairing.request(message.object.get(), Clock::now());
-    if (message.kind == Kind::Response) {
-      message.latency = pairing.response(message.channel, message.object.get(), Clock::now());
-    }
-    if (!is_wanted(options, message)) continue;
-    print(options.json ? json_of(message) : line_of(message, look));
-    ++shown;
+  Show show(options);
+  while (!tap.ended() && !show.done()) {
+    if (const auto frame = tap.next(show.wake_up())) show.take(understand(*frame), Clock::now());
+    show.show_late(Clock::now());
   }
   return Exit::Done;
 }

@@ -23,12 +23,16 @@ bool is_set(const char* variable) {
   return value != nullptr && *value != '\0';
 }
 
-// Bytes of the control characters that JSON leaves unescaped: DEL, and U+0080 to U+009F, which terminals obey too.
+// The length of a control character that JSON leaves unescaped: DEL, and U+0080 to U+009F, which terminals obey too.
+size_t control_at(std::string_view text, size_t place) {
+  const auto byte = [text](size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
+  if (byte(place) == 0x7f) return 1;
+  return byte(place) == 0xc2 && byte(place + 1) >= 0x80 && byte(place + 1) < 0xa0 ? 2 : 0;
+}
+
 bool holds_controls(std::string_view text) {
   for (size_t i = 0; i < text.size(); ++i) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
-    if (c == 0x7f || (c == 0xc2 && next < 0xa0)) return true;
+    if (control_at(text, i) != 0) return true;
   }
   return false;
 }
@@ -150,11 +154,11 @@ std::string json_text(const json_t* value, Look look) {
 }
 
 std::string tame(std::string_view text) {
-  const bool controls = holds_controls(text);
   std::string tamed(text);
-  for (char& c : tamed) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f || (controls && byte > 0x7f)) c = '?';
+  for (size_t i = 0; i < tamed.size(); ++i) {
+    if (static_cast<unsigned char>(tamed[i]) < 0x20) tamed[i] = '?';
+    const size_t length = control_at(tamed, i);
+    tamed.replace(i, length, length, '?');
   }
   return tamed;
 }

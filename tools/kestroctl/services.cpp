@@ -1,9 +1,13 @@
 #include "kestroctl/services.hpp"
 
 #include <algorithm>
+#include <cstring>
 #include <future>
 #include <optional>
+#include <string_view>
+#include <tuple>
 
+#include "kestro_jrpc/envelope.hpp"
 #include "kestroctl/output.hpp"
 
 namespace kestro::ctl {
@@ -19,6 +23,13 @@ constexpr Source sources[] = {
     {"configuration", "network.service.Discover"},
     {"hardware", "rpc.discover"},
 };
+
+// Whether the router sends both to the same service.
+bool travels_as(const char* one, const std::string& other) {
+  const Text channel(kestro_jrpc_router_extract_channel(one));
+  const Text other_channel(kestro_jrpc_router_extract_channel(other.c_str()));
+  return channel && other_channel && strcmp(channel.get(), other_channel.get()) == 0;
+}
 
 std::string text_member(const json_t* object, const char* name) {
   const char* const text = json_string_value(json_object_get(object, name));
@@ -71,13 +82,23 @@ std::vector<Method> read_description(const json_t* description) {
   const json_t* const list = json_object_get(description, "methods");
   for (size_t i = 0; i < json_array_size(list); ++i) {
     const json_t* const row = json_array_get(list, i);
-    Method method{text_member(row, "name"), text_member(description, "service"), text_member(row, "description"), {}};
+    Method method{
+        text_member(row, "name"), text_member(description, "service"), text_member(row, "description"), {}, true};
     const json_t* const parameters = json_object_get(row, "params");
     for (size_t j = 0; j < json_array_size(parameters); ++j) {
       method.parameters.push_back(read_parameter(json_array_get(parameters, j)));
     }
     if (!method.name.empty()) methods.push_back(std::move(method));
   }
+  return methods;
+}
+
+std::vector<Method> merge(std::vector<Method> methods) {
+  std::sort(methods.begin(), methods.end(), [](const Method& a, const Method& b) {
+    return std::tuple(std::string_view(a.name), !a.reached) < std::tuple(std::string_view(b.name), !b.reached);
+  });
+  const auto same = [](const Method& a, const Method& b) { return a.name == b.name; };
+  methods.erase(std::unique(methods.begin(), methods.end(), same), methods.end());
   return methods;
 }
 
@@ -97,6 +118,7 @@ Services discover(const RouterAddress& router, Seconds patience) {
     try {
       const Answer answer = answers[i].get();
       auto methods = read_description(answer.result());
+      for (auto& method : methods) method.reached = travels_as(source.method, method.name);
       std::move(methods.begin(), methods.end(), std::back_inserter(services.methods));
       if (!answer.is_error()) continue;
       say(std::string("the ") + source.service + " service does not describe itself (" + source.method +
@@ -112,8 +134,7 @@ Services discover(const RouterAddress& router, Seconds patience) {
     }
   }
   if (unreachable) throw Failure(*unreachable);
-  std::sort(services.methods.begin(), services.methods.end(),
-            [](const Method& a, const Method& b) { return a.name < b.name; });
+  services.methods = merge(std::move(services.methods));
   return services;
 }
 

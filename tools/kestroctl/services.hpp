@@ -22,6 +22,7 @@ struct Method {
   std::string service;
   std::string description;
   std::vector<Parameter> parameters;
+  bool reached = true;  // whether the router sends it to this service
 };
 
 struct Services {
@@ -31,6 +32,9 @@ struct Services {
 
 // The methods in a description, in any order.
 std::vector<Method> read_description(const json_t* description);
+
+// By name, each once: where several services have a method, it is that of the one which the router sends it to.
+std::vector<Method> merge(std::vector<Method> methods);
 
 // Asks every service. One that does not answer is told on standard error. Throws Failure when the router cannot be
 // reached.
