@@ -10,6 +10,11 @@ set(KESTRO_SANITIZE "" CACHE STRING "Sanitizers to build with, as for -fsanitize
 if(KESTRO_SANITIZE)
   add_compile_options(-fsanitize=${KESTRO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${KESTRO_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # A program in C gets what the library in C++ needs of the sanitizers' run time, too.
+    add_link_options(-fsanitize-link-c++-runtime)
+    link_libraries($<$<LINK_LANGUAGE:C>:stdc++>)
+  endif()
 endif()
 
 if(KESTRO_BUILD_FUZZ)

@@ -14,8 +14,8 @@
 
 using namespace kestro;
 using namespace kestro::fuzz;
-using routerd::read_response_head;
 using routerd::Request;
+using routerd::Response;
 
 namespace {
 
@@ -56,22 +56,22 @@ void check_canned(const std::string& text, int32_t code, const json_t* sent, boo
 
 void check_answers(const Request& request, const json_t* sent, const std::string& answer_text) {
   const Json answer = parse(answer_text);
-  const auto head = read_response_head(answer_text.c_str());
-  require(head.sound == json_is_object(answer.get()), "an object is sound");
+  const Response head(answer_text);
+  require(head.is_sound() == json_is_object(answer.get()), "an object is sound");
   for (const bool strict_id : {false, true}) {
     check_canned(request.busy(strict_id), jrpc_code::busy, sent, strict_id);
     check_canned(request.timed_out(strict_id), jrpc_code::timed_out, sent, strict_id);
     // Only answers under the router's own number, and with the method as id, find their request.
-    const bool delivered = head.sound && head.number >= 0 && json_is_string(json_object_get(answer.get(), "id"));
-    if (delivered) check_restored(parse(request.restore(answer_text, strict_id)), sent, strict_id, answer.get());
+    const bool delivered = head.is_sound() && head.number() >= 0 && json_is_string(json_object_get(answer.get(), "id"));
+    if (delivered)
+      check_restored(parse(request.restore(Response(answer_text), strict_id)), sent, strict_id, answer.get());
   }
 }
 
 // The request as it goes onto the bus.
-void check_addressed(Request& request, const json_t* sent) {
-  const size_t length = request.address(number);
-  const Text published = encode_json(request.object());
-  require(published != nullptr && length == strlen(published.get()), "the length is that of the text");
+void check_addressed(const Request& request, const json_t* sent) {
+  const Text published = request.addressed(number);
+  require(published != nullptr, "what is sound can be encoded");
   const Json expected(json_copy(const_cast<json_t*>(sent)));
   json_object_set_new(expected.get(), "id", json_string(KESTRO_JRPC_CHANNEL_ROUTER_REPLY));
   json_object_set_new(expected.get(), "transaction_id", json_integer(number));

@@ -10,7 +10,7 @@ trap appliance_stop EXIT
 # No service has the methods of "events.": the router answers in their place, here after a second. And what the hardware
 # does not answer is given up sooner than usual.
 routerd_options+=(--timeout events.List=1)
-configd_options+=(--hardware-timeout 2)
+configd_options+=(--hardware-timeout 3)
 appliance_start "$1"
 echo "demo: kestro-simd, kestro-configd and kestro-routerd run in $appliance"
 echo
@@ -20,4 +20,5 @@ if ! STATS=$appliance_stats "$root/scripts/play.sh" "$root/examples/appliance.se
   tail -n 20 "$appliance"/*.log >&2
   exit 1
 fi
+echo
 echo "demo: every answer as expected"

@@ -14,10 +14,9 @@ packages=(
   # second compiler and checks
   clang clang-format clang-tidy cppcheck gcovr binutils
   # what the tests call for
-  procps iputils-ping strace sqlite3 python3
+  procps iputils-ping strace sqlite3 python3 faketime
   # plots of the benchmarks
   gnuplot-nox
-  procps iputils-ping strace sqlite3 python3 faketime
 )
 if [ "${1:-}" = bench ]; then
   packages+=(libsystemd-dev dbus-daemon dbus-broker redis-server libhiredis-dev)

@@ -92,16 +92,18 @@ int32_t check_number(int32_t oec_number, int32_t port_number, json_t** err_data)
   return explain(err_data, no_such_port, head_end ? "the unit's own ports are 1 to 8" : "ports are 1 to 64");
 }
 
-// What the reader of ports lets pass and no hardware would take.
-int32_t check_port(const kestro_data_port& port, json_t** err_data) {
-  const int32_t status = check_number(port.oec_number, port.port_number, err_data);
+// What the reader of ports lets pass and no hardware would take. Looks at the numbers as they were sent: one that is
+// outside of its enumeration must not be read from the record.
+int32_t check_port(const json_t* element, int32_t oec_number, json_t** err_data) {
+  const auto port_number = static_cast<int32_t>(json_integer_value(json_object_get(element, "port_number")));
+  const int32_t status = check_number(oec_number, port_number, err_data);
   if (status != ok) return status;
   for (const auto& enumeration : enumerations) {
-    const int32_t value = enumeration.of(port);
+    const json_int_t value = json_integer_value(json_object_get(element, enumeration.member));
     if (value >= 0 && value < enumeration.count) continue;
-    return explain(err_data, refused,
-                   port_id_of(port.oec_number, port.port_number) + ": " + enumeration.member + " cannot be " +
-                       std::to_string(value));
+    return explain(
+        err_data, refused,
+        port_id_of(oec_number, port_number) + ": " + enumeration.member + " cannot be " + std::to_string(value));
   }
   return ok;
 }
@@ -136,10 +138,11 @@ int32_t read_ports(json_t* params, json_t** err_data, int32_t oec_number, std::v
   std::vector<kestro_data_port> records;
   int32_t status = read_records(params, err_data, records);
   for (size_t i = 0; status == ok && i < records.size(); ++i) {
+    json_t* const element = json_array_get(json_object_get(params, "ports"), i);
     Port port{records[i], {}};
     port.record.oec_number = oec_number;
-    status = check_port(port.record, err_data);
-    if (status == ok) status = read_filters(json_array_get(json_object_get(params, "ports"), i), err_data, port);
+    status = check_port(element, oec_number, err_data);
+    if (status == ok) status = read_filters(element, err_data, port);
     ports.push_back(std::move(port));
   }
   return status;
@@ -336,11 +339,11 @@ int32_t discover(json_t* /*params*/, json_t** result, json_t** /*err_data*/) {
 std::vector<daemons::Method> all_methods() {
   using daemons::optional;
   return {
-      {"emac.service.CoreSwitchGetTemps", get_temperatures, "the temperatures of the unit"},
-      {"emac.service.CoreSwitchGetInfo", get_info, "model, serial number, MAC address and versions of the unit"},
+      {"emac.service.CoreSwitchGetTemps", get_temperatures, "The temperatures of the unit."},
+      {"emac.service.CoreSwitchGetInfo", get_info, "Model, serial number, MAC address and versions of the unit."},
       {"emac.service.CoreSwitchConfigure",
        configure,
-       "sets the state of ports, each in place of its earlier one",
+       "Sets the state of ports, each in place of its earlier one.",
        {{"oec_number", "integer", "1 to 512 for an edge switch, 10001 for the unit's own ports"},
         {"ports", "array",
          "objects with port_number, port_status, poe_status, link_status, link_speed, vlan_mode, vlan_ids, and "
@@ -348,22 +351,22 @@ std::vector<daemons::Method> all_methods() {
         {"mgmt_vlan_id", "integer", "the VLAN of the management", optional}}},
       {"emac.service.EdgeSwitchGetPoePower",
        get_poe_power,
-       "what ports of an edge switch deliver, in milliwatts",
+       "What ports of an edge switch deliver, in milliwatts.",
        {{"oec_number", "integer", "1 to 512"}, {"port_numbers", "array", "numbers from 1 to 64"}}},
       {"omac.service.OltGetMultiRssi",
        get_rssi,
-       "the signal of each optical unit on a line, in dBm",
+       "The signal of each optical unit on a line, in dBm.",
        {{"olt_id", "integer", "0 to 7"}}},
       {"sim.SetFault",
        set_fault,
-       "makes something fail, or right again",
+       "Makes something fail, or right again.",
        {{"fault", "string", "offline, silent, late or none"},
         {"oec_id", "string", "for offline and none: this edge switch only", optional},
         {"milliseconds", "integer", "for late: the delay of every answer", optional}}},
-      {"sim.GetPort", get_port, "what the hardware holds for a port", {{"port_id", "string", "like c1-1 or d1"}}},
-      {"sim.GetUnit", get_unit, "the management VLAN of the hardware, and what is wrong with it"},
-      {"rpc.discover", discover, "this description"},
-      {"logger.ReloadConf", kestro_lsyslog_reload_conf_api, "reads the level of the log again"},
+      {"sim.GetPort", get_port, "What the hardware holds for a port.", {{"port_id", "string", "like c1-1 or d1"}}},
+      {"sim.GetUnit", get_unit, "The management VLAN of the hardware, and what is wrong with it."},
+      {"rpc.discover", discover, "This description."},
+      {"logger.ReloadConf", kestro_lsyslog_reload_conf_api, "Reads the level of the log again."},
   };
 }
 

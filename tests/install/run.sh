@@ -8,6 +8,10 @@ here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 flags=${sanitizers:+-fsanitize=$sanitizers}
+# A program in C gets what the library in C++ needs of clang's sanitizers, too.
+case $sanitizers,$cc in
+  ?*,*clang*) flags+=" -fsanitize-link-c++-runtime -lstdc++" ;;
+esac
 
 cmake --install "$build" --prefix "$work/prefix" >"$work/install.log"
 test -f "$(find "$work/prefix" -name libkestro.so.1 | head -1)" || { echo "no libkestro.so.1" >&2; exit 1; }
