@@ -46,7 +46,8 @@ fuzz: deps
 soak: build
 	@scripts/soak.py build/dev --minutes $(MINUTES) --seed $$(date +%s)
 
-bench: deps
+bench:
+	@scripts/deps.sh bench
 	@scripts/bench.sh
 
 clean:

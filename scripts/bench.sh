@@ -12,7 +12,9 @@ seconds=0.5
 if [ "$brief" = --brief ]; then seconds=0.0001; fi
 
 cmake --preset bench >/dev/null
-cmake --build --preset bench --parallel "$(nproc)" >&2
+targets=(kestro kestro_bench)
+if [ -x bench/road/run ]; then targets+=(road); fi
+cmake --build --preset bench --parallel "$(nproc)" --target "${targets[@]}" >&2
 mkdir -p $build/curves
 rm -f $build/road.json $build/instructions.tsv
 

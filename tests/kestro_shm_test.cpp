@@ -87,23 +87,33 @@ class Requests {
 
   static Requests* current() { return current_; }
   void note_opening(int flags, mode_t mode) { openings_.push_back({flags, mode}); }
-  void note_mapping(void* start, const Mapping& mapping) {
+  void note_mapping(void* start, int fd, const Mapping& mapping) {
     mappings_.push_back(mapping);
-    if (start != MAP_FAILED) mapped_.emplace(start, mapping.size);
+    if (start != MAP_FAILED) mapped_.emplace(start, Mapped{mapping.size, fd});
   }
   void note_unmapping(void* start, size_t size) {
-    if (const auto found = mapped_.find(start); found != mapped_.end() && found->second == size) mapped_.erase(found);
+    const auto found = mapped_.find(start);
+    if (found == mapped_.end() || found->second.size != size) return;
+    if (fcntl(found->second.fd, F_GETFD) < 0) ++closed_first_;
+    mapped_.erase(found);
   }
 
   [[nodiscard]] const std::vector<Opening>& openings() const { return openings_; }
   [[nodiscard]] const std::vector<Mapping>& mappings() const { return mappings_; }
   [[nodiscard]] size_t still_mapped() const { return mapped_.size(); }
+  [[nodiscard]] size_t closed_before_unmapped() const { return closed_first_; }
 
  private:
+  struct Mapped {
+    size_t size;
+    int fd;
+  };
+
   static thread_local Requests* current_;
   std::vector<Opening> openings_;
   std::vector<Mapping> mappings_;
-  std::map<void*, size_t> mapped_;
+  std::map<void*, Mapped> mapped_;
+  size_t closed_first_ = 0;
 };
 thread_local Requests* Requests::current_ = nullptr;
 
@@ -421,6 +431,7 @@ TEST(Shm, SuccessIsSilentAndKeepsNothingOpen) {
   EXPECT_THAT(log, IsEmpty());
   EXPECT_EQ(open_descriptors(), descriptors);
   EXPECT_EQ(requests.still_mapped(), 0U);
+  EXPECT_EQ(requests.closed_before_unmapped(), 0U);
 }
 
 // Root may do more than an object's own bits and a mapping's protection let on, so the requests are looked at.
@@ -524,7 +535,7 @@ void* __wrap_mmap(void* address, size_t size, int protection, int flags, int fd,
   void* const start = __real_mmap(address, size, protection, flags, fd, offset);
   const int error = errno;
   if (auto* const requests = kestro::test::Requests::current())
-    requests->note_mapping(start, {size, protection, flags});
+    requests->note_mapping(start, fd, {size, protection, flags});
   errno = error;
   return start;
 }
