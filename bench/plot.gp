@@ -1,6 +1,7 @@
 # Makes DOCS/NAME.png of every CURVES/NAME.tsv. Usage: gnuplot -c plot.gp CURVES DOCS
 #
-# The first line of a table names its columns: the x axis, then one curve each.
+# The first line of a table names its columns: the x axis, then one curve each. A column of zeros, such as that of lost
+# requests, has no place on logarithmic axes.
 curves = ARG1
 docs = ARG2
 
@@ -14,9 +15,10 @@ set pointsize 1.2
 
 do for [table in system("ls " . curves . "/*.tsv")] {
   name = system("basename " . table . " .tsv")
-  columns = int(system("awk -F'\t' 'NR == 1 { print NF }' " . table))
+  columns = system("awk -F'\t' '{ for (i = 2; i <= NF; i++) if (NR > 1 && $i > 0) seen[i] = 1 }" . \
+                   " END { for (i = 2; i <= NF; i++) if (seen[i]) print i }' " . table)
   set output docs . "/" . name . ".png"
   set title system("echo " . name . " | tr _ ' '")
   set xlabel system("head -1 " . table . " | cut -f1")
-  plot for [i = 2 : columns] table using 1:i title columnheader(i) linewidth 2
+  plot for [i in columns] table using 1:int(i) title columnheader(int(i)) linewidth 2
 }

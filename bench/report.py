@@ -3,7 +3,8 @@
 
 Usage: report.py BUILD
 
-Reads from BUILD what is there: in_process.json (Google Benchmark's), instructions.tsv, library_size, road.json.
+Reads from BUILD what is there: in_process.json (Google Benchmark's), instructions.tsv, library_size, road.json,
+appliance.json.
 Writes BUILD/report.json.
 """
 
@@ -93,9 +94,10 @@ def main():
     if size.exists():
         report["stripped_library_bytes"] = int(size.read_text())
         print(f"\nlibkestro.so, stripped: {report['stripped_library_bytes'] / 1024:.0f} KiB")
-    road = read_json(build / "road.json")
-    if road is not None:
-        report["road"] = road
+    for part in ("road", "appliance"):
+        found = read_json(build / f"{part}.json")
+        if found is not None:
+            report[part] = found
     (build / "report.json").write_text(json.dumps(report, indent=1) + "\n")
 
 

@@ -12,11 +12,11 @@ seconds=0.5
 if [ "$brief" = --brief ]; then seconds=0.0001; fi
 
 cmake --preset bench >/dev/null
-targets=(kestro kestro_bench)
+targets=(kestro kestro_bench kestro-simd kestro-configd kestro-routerd kestroctl)
 if [ -x bench/road/run ]; then targets+=(road); fi
 cmake --build --preset bench --parallel "$(nproc)" --target "${targets[@]}" >&2
 mkdir -p $build/curves
-rm -f $build/road.json $build/instructions.tsv
+rm -f $build/road.json $build/appliance.json $build/instructions.tsv
 
 # A profiler's counts repeat, other than times. It writes one profile per side and work, in this order.
 count_instructions() {
@@ -57,6 +57,8 @@ if [ -x bench/road/run ]; then
   fi
   echo
 fi
+bench/appliance.py $build ${brief:+"$brief"}
+echo
 bench/report.py $build
 
 $programs/kestro_bench --curves $build/curves
