@@ -8,8 +8,9 @@ docs = ARG2
 set terminal pngcairo size 800,500 font "sans,11" noenhanced
 set datafile separator "\t"
 set logscale xy
+set autoscale xfix
 set grid
-set key top left
+set key outside above horizontal
 set style data linespoints
 set pointsize 1.2
 
