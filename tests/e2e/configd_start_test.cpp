@@ -65,7 +65,7 @@ TEST(ConfigdStart, AnAddressInUseIsAnError) {
   Process daemon({KESTRO_CONFIGD, "--init", "--bus-publish", address, "--bus-subscribe", free_bus_address(),
                   "--database", dir.file("unit.db")});
   EXPECT_EQ(daemon.wait(), 1);
-  EXPECT_THAT(daemon.err(), testing::HasSubstr("cannot publish at " + address));
+  EXPECT_THAT(daemon.err(), testing::HasSubstr("cannot publish at " + address + ": Address already in use"));
 }
 
 TEST(ConfigdStart, WhatIsStoredIsThereAfterARestart) {

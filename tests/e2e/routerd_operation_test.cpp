@@ -377,7 +377,7 @@ TEST(RouterdStart, FailsWithAWordWhereThereIsNoPlace) {
   Process second({KESTRO_ROUTERD, "--listen-unix", dir.file("router.sock"), "--bus-publish", address, "--bus-subscribe",
                   free_bus_address()});
   EXPECT_EQ(second.wait(), 1);
-  EXPECT_THAT(second.err(), HasSubstr("kestro-routerd: cannot publish at " + address));
+  EXPECT_THAT(second.err(), HasSubstr("kestro-routerd: cannot publish at " + address + ": Address already in use"));
 }
 
 }  // namespace

@@ -417,7 +417,7 @@ TEST(Simd, SaysWhereItCannotPublish) {
   taken.bind(address);
   Process process({KESTRO_SIMD, "--bus-publish", address, "--bus-subscribe", free_bus_address()});
   EXPECT_EQ(process.wait(), 1);
-  EXPECT_THAT(process.err(), HasSubstr("kestro-simd: cannot publish at " + address));
+  EXPECT_THAT(process.err(), HasSubstr("kestro-simd: cannot publish at " + address + ": Address already in use"));
 }
 
 struct CommandLine {
