@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "configd/log.hpp"
+#include "common/log.hpp"
 #include "kestro_jrpc.h"
 #include "kestro_jrpc_utils.h"
 #include "kestro_mq.h"
@@ -136,8 +136,8 @@ Json CoreSwitch::await(const char* method, int64_t number, Clock::time_point dea
     if (Clock::now() >= deadline) break;
   }
   silent_until_ = Clock::now() + timeout_;
-  log_warning(std::string("the hardware did not answer ") + method + " within " + seconds(timeout_) +
-              "; further calls fail at once for as long");
+  daemons::log_warning(std::string("the hardware did not answer ") + method + " within " + seconds(timeout_) +
+                       "; further calls fail at once for as long");
   throw Silence("the hardware did not answer within " + seconds(timeout_));
 }
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "common/log.hpp"
 #include "configd/handlers.hpp"
-#include "configd/log.hpp"
 #include "kestro_error.h"
 #include "kestro_jrpc_utils.h"
 
@@ -40,7 +40,7 @@ int32_t guarded(json_t* params, json_t** result, json_t** err_data) {
   } catch (const std::bad_alloc&) {
     return status::out_of_memory;
   } catch (const std::exception& exception) {
-    log_error(std::string("a handler failed: ") + exception.what());
+    daemons::log_error(std::string("a handler failed: ") + exception.what());
     return fail(status::general_error, exception.what(), err_data);
   }
 }

@@ -5,12 +5,12 @@
 #include <utility>
 #include <vector>
 
+#include "common/handles.hpp"
+#include "common/log.hpp"
 #include "kestro_jrpc_utils.h"
 #include "kestro_lsyslog.h"
 #include "kestro_utils.h"
 #include "kestro_validation.h"
-#include "simd/owned.hpp"
-#include "simd/say.hpp"
 
 namespace kestro::simd {
 
@@ -116,7 +116,7 @@ int32_t read_filters(json_t* element, json_t** err_data, Port& port) {
   const int32_t status = kestro_jrpc_utils_retrieve_input_mac_filters(element, err_data, "mac_filters", &raw, &count,
                                                                       port.record.oec_number, port.record.port_number);
   if (status != ok) return explain(err_data, status, R"(mac_filters: a list of {"mac", "mask"} is expected)");
-  const std::unique_ptr<kestro_mac_filter, Free> filters(raw);
+  const daemons::Allocated<kestro_mac_filter> filters(raw);
   port.filters.assign(raw, raw + count);
   return ok;
 }
@@ -308,7 +308,7 @@ int32_t set_fault(json_t* params, json_t** /*result*/, json_t** err_data) {
   if (status == ok) status = read_delay(params, err_data, fault.kind, fault.delay);
   if (status != ok) return status;
   serving->faults().set(fault);
-  say("fault: " + text_of(fault));
+  daemons::log_info("fault: " + text_of(fault));
   return ok;
 }
 
