@@ -1,7 +1,9 @@
 #include "configd/service.hpp"
 
 #include <exception>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "common/log.hpp"
@@ -54,6 +56,13 @@ Json next_event(int32_t socket) {
   const Allocated<char> text(raw_text);
   Json event(text != nullptr ? json_loads(text.get(), JSON_REJECT_DUPLICATES, nullptr) : nullptr);
   return event != nullptr ? std::move(event) : Json(json_object());  // something was there
+}
+
+// Not needed before the first backup is asked for, which may be the moment when it is too late to find out.
+void warn_of_missing_directory(const std::string& update_dir) {
+  std::error_code not_there;
+  if (std::filesystem::is_directory(update_dir, not_there)) return;
+  daemons::log_warning("there is no directory " + update_dir + ": no backup can be written or applied");
 }
 
 // The switch that came back; 0 for any other event.
@@ -109,6 +118,7 @@ void Service::run() {
   daemons::log_info(
       "ready: " + std::to_string(database_.number(0, "SELECT count(*) FROM edge_switch WHERE number <= 512")) +
       " edge switches in " + database_.path());
+  warn_of_missing_directory(context_.update_dir);
   loop_.run();
   daemons::log_info("stopped");
 }
