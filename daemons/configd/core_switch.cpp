@@ -86,7 +86,7 @@ CoreSwitch::CoreSwitch(int32_t publisher, const std::vector<std::string>& publis
 }
 
 void CoreSwitch::require_not_silent() const {
-  if (silent()) throw Silence("the hardware did not answer a moment ago; nothing was changed");
+  if (silent()) throw Silence("the hardware did not answer a moment ago, and was not asked again");
 }
 
 Json CoreSwitch::call(const char* method, Json params) {

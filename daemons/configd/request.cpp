@@ -76,8 +76,8 @@ int32_t Request::model(const char* name) const {
   for (int32_t model = KESTRO_DATA_OEC_MODEL_UNKNOWN + 1; model < KESTRO_DATA_OEC_MODEL_MAX_ENUM_VAL; ++model) {
     if (strcmp(text.data(), kestro_data_oec_model_name_enum_str[model]) == 0) return model;
   }
-  throw Failure(status::no_such_model,
-                std::string("there is no model ") + json_string_value(json_object_get(params(), name)));
+  const std::string given = json_string_value(json_object_get(params(), name));
+  throw Failure(status::no_such_model, "there is no model \"" + given + "\"");
 }
 
 std::string Request::mac_address(const char* name) const {
