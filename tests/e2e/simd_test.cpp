@@ -449,6 +449,7 @@ INSTANTIATE_TEST_SUITE_P(
                     CommandLine{"UnknownFault", on_the_bus({"--fault", "broken"}),
                                 "--fault: \"broken\" is none of offline, offline=SWITCH, silent, late=MILLISECONDS"},
                     CommandLine{"NoSeed", on_the_bus({"--seed", "x"}), "--seed"},
+                    CommandLine{"NegativeSeed", on_the_bus({"--seed", "-1"}), "--seed"},
                     CommandLine{"NegativeInterval", on_the_bus({"--event-interval", "-1"}),
                                 "--event-interval: 0, or 0.01 to 604800 seconds"},
                     CommandLine{"IntervalTooShort", on_the_bus({"--event-interval", "0.001"}),
@@ -463,6 +464,7 @@ TEST(Simd, HelpHasAnExample) {
   EXPECT_EQ(process.wait(), 0);
   EXPECT_THAT(process.out(), HasSubstr("Example:\n  kestro-simd --bus-publish "));
   EXPECT_THAT(process.out(), HasSubstr("--event-interval"));
+  EXPECT_THAT(process.out(), HasSubstr("2 the command line is wrong"));
   Process version({KESTRO_SIMD, "--version"});
   EXPECT_EQ(version.wait(), 0);
   EXPECT_THAT(version.out(), EndsWith("kestro-simd " KESTRO_VERSION "\n"));
