@@ -1,5 +1,6 @@
 // The methods of the configuration service: what each gives for good and for bad input.
 #include "e2e/configd.hpp"
+#include "support/description.hpp"
 #include "support/named.hpp"
 
 namespace kestro::test {
@@ -331,6 +332,7 @@ TEST_F(ConfigdMethods, TheServiceDescribesItself) {
   const Json object = json_of(description);
   EXPECT_EQ(text_of(json_object_get(object.get(), "service")), R"("configd")");
   EXPECT_EQ(json_array_size(json_object_get(object.get(), "methods")), 22U);
+  expect_sentences(object.get());
 }
 
 TEST_F(ConfigdMethods, PowerOfASwitchThatIsOffline) {

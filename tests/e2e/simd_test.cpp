@@ -14,6 +14,7 @@
 #include "kestro_jrpc.h"
 #include "kestro_lsyslog.h"
 #include "support/bus_caller.hpp"
+#include "support/description.hpp"
 #include "support/json.hpp"
 #include "support/named.hpp"
 #include "support/process.hpp"
@@ -380,6 +381,7 @@ TEST(Simd, DescribesEveryMethod) {
   Unit unit;
   const Json description = json_of(unit.call("rpc.discover"));
   EXPECT_STREQ(json_string_value(json_object_get(description.get(), "service")), "simd");
+  expect_sentences(description.get());
   std::vector<std::string> names;
   for (size_t i = 0; i < json_array_size(json_object_get(description.get(), "methods")); ++i) {
     const json_t* const method = json_array_get(json_object_get(description.get(), "methods"), i);
