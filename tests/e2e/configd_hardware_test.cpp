@@ -1,9 +1,12 @@
 // The configuration service and the hardware: what is stored is applied, or neither, and in the end both agree.
 #include "e2e/configd.hpp"
 
+#include <gmock/gmock.h>
+
 #include <csignal>
 
 #include "support/named.hpp"
+#include "support/service_manager.hpp"
 
 namespace kestro::test {
 namespace {
@@ -212,6 +215,23 @@ TEST(ConfigdHardware, ItEndsInGoodOrderWhileItWaitsForTheHardware) {
   EXPECT_EQ(unit.daemon().err().find("the hardware did not answer"), std::string::npos);  // it did not wait that long
   EXPECT_EQ(unit.stored(enabled_of_c1_1), "1");
   EXPECT_TRUE(unit.is_pending("1"));
+}
+
+// A service that says nothing for long is ended, in the middle of a change.
+TEST(ConfigdHardware, ItIsAliveWhileItWaitsForTheHardware) {
+#ifndef KESTRO_HAVE_SYSTEMD
+  GTEST_SKIP() << "built without it";
+#endif
+  ServiceManager manager;
+  Unit unit("60", {manager.environment()});
+  unit.register_switch();
+  const int before = unit.core_switch().configured();
+  unit.core_switch().be(Mood::deaf);
+  unit.send("ports.SetEnabled", disable_c1_1);
+  ASSERT_TRUE(eventually([&] { return unit.core_switch().configured() > before; }));
+  manager.forget();
+  EXPECT_TRUE(manager.hears("WATCHDOG=1"));
+  EXPECT_THAT(unit.daemon().err(), testing::Not(testing::HasSubstr("the hardware did not answer")));
 }
 
 TEST(ConfigdHardware, TheManagementVlanIsAppliedAgainAfterAKill) {
