@@ -6,14 +6,18 @@
 #include <algorithm>
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
+#include <new>
 
 #include "common/bus_sockets.hpp"
 #include "core/owned.hpp"
+#include "core/site.hpp"
 #include "kestro_mq.h"
 
 namespace kestro::routerd {
 
 namespace {
+
+constexpr auto here = site_of("kestro_routerd");
 
 // A service that floods the router must not keep it from its clients.
 constexpr int frames_at_a_time = 64;
@@ -78,7 +82,11 @@ void Bus::take_one(const std::function<void(std::string)>& take) const {
   const Text frame(raw_frame);
   const char* const end = raw_frame + length;
   const char* const bar = std::find(raw_frame, raw_frame + length, '|');
-  take(bar != end ? std::string(bar + 1, end) : std::string());
+  try {
+    take(bar != end ? std::string(bar + 1, end) : std::string());
+  } catch (const std::bad_alloc&) {
+    here().log(Warning, "out of memory: a response is dropped\n");
+  }
 }
 
 }  // namespace kestro::routerd

@@ -26,7 +26,8 @@ bool is_own_user(int fd) noexcept {
 
 }  // namespace
 
-Client::Client(asio::io_context& io, int family, int fd) : io_(io), family_(family), socket_(fd) {}
+Client::Client(asio::io_context& io, int family, Descriptor connection)
+    : io_(io), family_(family), socket_(std::move(connection)) {}
 
 Client::~Client() {
   if (waiting_) static_cast<void>(waiting_->release());  // its descriptor is closed once

@@ -21,7 +21,7 @@ class Client : public std::enable_shared_from_this<Client> {
   using Seconds = std::chrono::duration<double>;
 
   // Takes the descriptor over.
-  Client(asio::io_context& io, int family, int fd);
+  Client(asio::io_context& io, int family, Descriptor connection);
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
   ~Client();

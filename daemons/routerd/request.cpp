@@ -16,11 +16,6 @@ Json another_reference(json_t* value) noexcept {
   return Json(json_incref(value));
 }
 
-Json parsed(const std::string& text) {
-  json_error_t error;
-  return parse_json(text.c_str(), &error);
-}
-
 }  // namespace
 
 Request::Request(const std::string& text) : object_(parsed(text)) {

@@ -12,11 +12,6 @@ namespace {
 
 constexpr const char* transaction_id_key = "transaction_id";
 
-Json parse(const std::string& text) noexcept {
-  json_error_t error;
-  return parse_json(text.c_str(), &error);
-}
-
 }  // namespace
 
 std::string encoded(const json_t* value) {
@@ -57,7 +52,7 @@ void Response::read_plain() {
 }
 
 void Response::read_odd() {
-  object_ = parse(text_);
+  object_ = parsed(text_);
   if (!json_is_object(object_.get())) object_.reset();
   const json_t* const number = json_object_get(object_.get(), transaction_id_key);
   const json_t* const id = json_object_get(object_.get(), "id");
@@ -90,7 +85,7 @@ std::string Response::splice(json_t* transaction_id, json_t* id) {
 }
 
 std::string Response::rebuild(json_t* transaction_id, json_t* id) {
-  if (!object_) object_ = parse(text_);
+  if (!object_) object_ = parsed(text_);
   require_memory(object_ != nullptr);
   if (transaction_id != nullptr) {
     set_member(object_.get(), transaction_id_key, transaction_id);

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -71,8 +72,13 @@ bool is_forbidden(const Request& request, const Client& client) {
 class Router::Presence {
  public:
   Presence(Router& router, Client& client) : router_(router), client_(client) {
-    router_.clients_.insert(&client);
-    router_.reading_.insert(&client);
+    const auto place = router_.clients_.insert(&client).first;
+    try {
+      router_.reading_.insert(&client);
+    } catch (...) {
+      router_.clients_.erase(place);
+      throw;
+    }
   }
   Presence(const Presence&) = delete;
   Presence& operator=(const Presence&) = delete;
@@ -171,14 +177,24 @@ bool Router::accept_one(Listener& listener) {
                                                     : kestro_tcp_socket_accept(&listener.fd, &fd)) == 0;
   if (!accepted) return errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM;
   ++stats_.accepted;
-  auto client = std::make_shared<Client>(io_, listener.family, fd);
+  Descriptor connection(fd);
+  try {
+    auto client = std::make_shared<Client>(io_, listener.family, std::move(connection));
+    begin_serving(client);
+  } catch (const std::exception& failure) {
+    here().log(Warning, "a connection is dropped: %s\n", failure.what());
+    refuse("out_of_memory");
+  }
+  return true;
+}
+
+void Router::begin_serving(const std::shared_ptr<Client>& client) {
   auto presence = std::make_unique<Presence>(*this, *client);
   asio::co_spawn(io_, serve(client, std::move(presence)), [this, client](const std::exception_ptr& failure) {
     if (!failure) return;
     refuse("out_of_memory");
     client->close();
   });
-  return true;
 }
 
 // The life of one client, from its first byte to the end of its connection.
@@ -316,14 +332,23 @@ std::chrono::nanoseconds Router::time_for(const std::string& method) const {
 
 asio::awaitable<void> Router::keep_stats() {
   while (!ended_) {
+    publish_stats();
+    stats_timer_.expires_after(1s);
+    asio::error_code woken;
+    co_await stats_timer_.async_wait(use_result(woken));
+  }
+}
+
+// Without memory they stay as they are until the next time.
+void Router::publish_stats() noexcept {
+  try {
     stats_.clients = clients_.size();
     stats_.in_flight = in_flight_.size();
     stats_variable_.publish(stats_);
     daemons::notify("WATCHDOG=1\nSTATUS=" + std::to_string(stats_.clients) + " clients, " +
                     std::to_string(stats_.in_flight) + " requests in flight" + (maintenance_ ? ", maintenance" : ""));
-    stats_timer_.expires_after(1s);
-    asio::error_code woken;
-    co_await stats_timer_.async_wait(use_result(woken));
+  } catch (const std::bad_alloc&) {
+    here().log(Warning, "out of memory: the counters are not published\n");
   }
 }
 

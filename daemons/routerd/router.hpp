@@ -59,8 +59,10 @@ class Router {
   asio::awaitable<void> wait_until(std::chrono::duration<double> limit, std::function<bool()> done);
 
   bool accept_one(Listener& listener);
+  void begin_serving(const std::shared_ptr<Client>& client);
   void deliver(std::string text);
   void refuse(const char* reason);
+  void publish_stats() noexcept;
   void handle_own(const Request& request, const Client& client);
   [[nodiscard]] bool is_busy() const;
   [[nodiscard]] std::chrono::nanoseconds time_for(const std::string& method) const;

@@ -12,7 +12,9 @@
 
 #include "core/owned.hpp"
 #include "core/site.hpp"
+#include "kestro_jrpc/json.hpp"
 #include "kestro_shm.h"
+#include "routerd/memory.hpp"
 
 namespace kestro::routerd {
 
@@ -47,17 +49,20 @@ void Stats::count_latency(std::chrono::nanoseconds took) noexcept {
 
 std::string Stats::json() const {
   const Json by_reason(json_object());
-  for (const auto& [reason, count] : refused) json_object_set_new(by_reason.get(), reason.c_str(), number(count));
+  for (const auto& [reason, count] : refused) {
+    require_memory(json_object_set_new(by_reason.get(), reason.c_str(), number(count)) == 0);
+  }
   const Json histogram(json_array());
-  for (const auto count : latency_ms) json_array_append_new(histogram.get(), number(count));
+  for (const auto count : latency_ms) require_memory(json_array_append_new(histogram.get(), number(count)) == 0);
   const Json object(json_pack(
       "{s:o,s:o,s:o,s:o,s:o,s:o,s:O,s:o,s:o,s:o,s:o,s:o,s:o,s:o,s:O}", "accepted", number(accepted), "answered",
       number(answered), "busy", number(busy), "timed_out", number(timed_out), "handled", number(handled), "client_gone",
       number(client_gone), "refused", by_reason.get(), "late", number(late), "foreign", number(foreign), "garbage",
       number(garbage), "clients", number(clients), "in_flight", number(in_flight), "bytes_in", number(bytes_in),
       "bytes_out", number(bytes_out), "latency_below_2_to_n_ms", histogram.get()));
-  const Text text(json_dumps(object.get(), JSON_COMPACT));
-  return text ? text.get() : "";
+  const Text text = encode_json(object.get());
+  require_memory(text != nullptr);
+  return text.get();
 }
 
 StatsVariable::StatsVariable(std::string name)

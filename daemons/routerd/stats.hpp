@@ -36,6 +36,7 @@ struct Stats {
   std::array<uint64_t, 20> latency_ms{};
 
   void count_latency(std::chrono::nanoseconds took) noexcept;
+  // Throws std::bad_alloc rather than tell a part of them.
   [[nodiscard]] std::string json() const;
 };
 

@@ -55,18 +55,27 @@ void start_the_log(Trial& trial) {
 }
 
 // An interrupted line is written again; what cannot be written is lost without a word, and errno is kept.
-void log_a_line(Trial& trial) {
+void log_text(Trial& trial, const std::string& text) {
   const LogLevel level(Verbose);
   int kept = 0;
   operate(trial, [&] {
     errno = EDOM;
-    const auto status = kestro_lsyslog_log(Info, "module", 1, "%s", "a line\n");
+    const auto status = kestro_lsyslog_log(Info, "module", 1, "%s", text.c_str());
     kept = errno;
     return status;
   });
   EXPECT_EQ(kept, EDOM);
   const bool whole = !trial.excused() || current_fault().error == EINTR;
-  EXPECT_EQ(trial.said().find("a line\n") != std::string::npos, whole);
+  EXPECT_EQ(trial.said().find(text) != std::string::npos, whole);
+}
+
+void log_a_line(Trial& trial) {
+  log_text(trial, "a line\n");
+}
+
+// Too long for the pieces to be joined first.
+void log_a_long_line(Trial& trial) {
+  log_text(trial, std::string(2000, 'x') + "\n");
 }
 
 void read_lines(Trial& trial) {
@@ -268,7 +277,10 @@ INSTANTIATE_TEST_SUITE_P(
           {"read", SYS_read, {EIO}, 0},
           {"read", SYS_read, {shortened}, 0},
           {"close", SYS_close, {EIO}, 0}}},
-        {"LogALine", log_a_line, {{"writev", SYS_writev, {EINTR, EAGAIN, EPIPE, ENOSPC, EIO, EBADF, shortened}, 0}}},
+        {"LogALine", log_a_line, {{"write", SYS_write, {EINTR, EAGAIN, EPIPE, ENOSPC, EIO, EBADF, shortened}, 0}}},
+        {"LogALongLine",
+         log_a_long_line,
+         {{"writev", SYS_writev, {EINTR, EAGAIN, EPIPE, ENOSPC, EIO, EBADF, shortened}, 0}}},
         {"ReadLines", read_lines, {{"read", SYS_read, {EIO, EINTR, shortened}, std::nullopt}}},
         {"RenameAnUpload", rename_an_upload, {{"rename", SYS_rename, {EACCES, EROFS, ENOSPC, EXDEV, EIO, ENOENT}, -1}}},
         {"RunACommand", run_a_command, command_rows(-1)},

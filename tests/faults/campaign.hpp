@@ -40,8 +40,8 @@ class Trial {
   Trial(const Trial&) = delete;
   Trial& operator=(const Trial&) = delete;
 
-  // Makes a call that returns a status. Unless something failed in it, that must be 0; else it may be one of these, too.
-  // After a failure for ever nothing succeeds for sure.
+  // Makes a call that returns a status. Unless something failed in it, that must be 0; else it may be one of these,
+  // too. After a failure for ever nothing succeeds for sure.
   int32_t call(std::initializer_list<int32_t> statuses, const std::function<int32_t()>& action);
 
   // Makes a call that gives something by its address, or null where something failed.
@@ -97,7 +97,8 @@ struct Performance {
   std::function<void()> prologue = [] {};
   std::function<void()> epilogue = [] {};
 };
-// Plays it twice in the same process: at rest first, so that what is made once in a process is made, and then in earnest.
+// Plays it twice in the same process: at rest first, so that what is made once in a process is made, and then in
+// earnest.
 Outcome perform(const Performance& performance);
 
 // The whole campaign where the environment has KESTRO_FAULTS=all, else a part of it: the first `few`, and from there on

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <new>
 
-// The allocation behind this one: the C library's, or that of a sanitizer, which keeps its own account. This file itself
-// is compiled without sanitizers: it runs before they are ready.
+// The allocation behind this one: the C library's, or that of a sanitizer, which keeps its own account. This file
+// itself is compiled without sanitizers: it runs before they are ready.
 #ifdef KESTRO_SANITIZED
 #define KESTRO_REAL(name) "__interceptor_" name
 #else
@@ -28,7 +28,8 @@ namespace kestro::test {
 
 namespace {
 
-// Only builtins from here to the allocation: the standard library's functions may be linked as other files compile them.
+// Only builtins from here to the allocation: the standard library's functions may be linked as other files compile
+// them.
 
 // In the place of a block that is gone.
 constexpr char gone_mark = 0;

@@ -33,7 +33,6 @@ class MemoryCampaign : public testing::TestWithParam<MemoryScenario> {
                     .epilogue = [] { EXPECT_EQ(FailingMalloc::outstanding(), 0U) << "blocks are leaked"; }});
   }
 
-  // `expected`: whether the scenario allocates at all.
   static void exhaust(Persistence persistence) {
     const Outcome all_is_well = run(0, persistence);
     ASSERT_TRUE(all_is_well.well) << all_is_well.objection;

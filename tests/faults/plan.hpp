@@ -10,8 +10,8 @@ namespace kestro::test {
 
 enum class Persistence { Once, ForEver };
 
-// A number that is asked from within malloc(), before a sanitizer is ready: no function of the standard library, of which
-// the instrumented copy might be linked.
+// A number that is asked from within malloc(), before a sanitizer is ready: no function of the standard library, of
+// which the instrumented copy might be linked.
 template <class Value>
 class Lockless {
  public:
@@ -41,6 +41,8 @@ class Plan {
     watching_.set(1);
   }
   void rest() noexcept { watching_.set(0); }
+  // The thread that was watched before, be it another process's.
+  void watch_again() noexcept { watching_.set(1); }
 
   [[nodiscard]] int32_t seen() const noexcept { return seen_.get(); }
   [[nodiscard]] int32_t failed() const noexcept { return failed_.get(); }

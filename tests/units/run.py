@@ -150,7 +150,7 @@ class Descriptors:
             pair = re.search(r"\[(\d+), (\d+)\]", rest)
             for number in pair.groups() if pair else (result[1],):
                 self.inheritable[number] = f"{name}({rest}"
-        closed = re.match(r"(\d+)\)", rest) if name == "close" else None
+        closed = re.match(r"(\d+) *\)", rest) if name == "close" else None
         marked = re.match(r"(\d+), F_SETFD, FD_CLOEXEC", rest) if name == "fcntl" else None
         if closed or marked:
             self.inheritable.pop((closed or marked)[1], None)

@@ -32,7 +32,7 @@ volatile std::sig_atomic_t interrupted = 0;
 void end_on_signals() {
   struct sigaction action {};
   action.sa_handler = [](int) { interrupted = 1; };
-  action.sa_flags = SA_RESETHAND;
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
 }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <iterator>
 #include <memory>
@@ -34,10 +35,8 @@ const char* text_of_status(int32_t status) {
 }
 
 bool is_jrpc_code(int32_t code) {
-  for (const auto& row : kestro_jrpc_err_mapping_tbl) {
-    if (row.error_code == code && code != 0) return true;
-  }
-  return false;
+  return code != 0 &&
+         std::ranges::any_of(kestro_jrpc_err_mapping_tbl, [code](const auto& row) { return row.error_code == code; });
 }
 
 void show_row(int32_t code, const char* text, const char* note = "") {

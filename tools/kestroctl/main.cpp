@@ -1,6 +1,7 @@
 // kestroctl: what an engineer types.
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <sstream>
@@ -8,7 +9,6 @@
 #include "common/options.hpp"
 #include "core/log.hpp"
 #include "kestro_lsyslog.h"
-#include "kestroctl/output.hpp"
 #include "kestroctl/verbs.hpp"
 
 using namespace kestro;
@@ -17,6 +17,15 @@ using namespace kestro::ctl;
 namespace {
 
 constexpr const char* usual_socket = "/run/kestro/router.sock";
+constexpr const char* exit_statuses =
+    "Exit status:\n"
+    "  0  done\n"
+    "  1  the service answered an error, the router refused, or a value is not acceptable\n"
+    "  2  wrong usage\n"
+    "  3  no answer in time\n"
+    "  4  cannot connect\n"
+    "  5  the system is busy\n\n"
+    "`kestroctl VERB --help` shows options and examples.";
 
 void add_common_options(CommandLine& line, bool& verbose) {
   auto& app = line.app;
@@ -67,35 +76,11 @@ void add_verbs(CommandLine& line) {
   add_explain(line);
 }
 
-Exit run(CommandLine& line) {
-  try {
-    complete(line.common);
-    return line.run();
-  } catch (const Failure& failure) {
-    say(failure.what());
-    return failure.status();
-  } catch (const std::exception& failure) {
-    say(failure.what());
-    return Exit::Refused;
-  }
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-  signal(SIGPIPE, SIG_DFL);  // whoever reads our output may stop reading
+Exit run(int argc, char** argv) {
   CommandLine line;
   line.app.name("kestroctl");
   line.app.require_subcommand(1);
-  line.app.footer(
-      "Exit status:\n"
-      "  0  done\n"
-      "  1  the service answered an error, the router refused, or a value is not acceptable\n"
-      "  2  wrong usage\n"
-      "  3  no answer in time\n"
-      "  4  cannot connect\n"
-      "  5  the system is busy\n\n"
-      "`kestroctl VERB --help` shows options and examples.");
+  line.app.footer(exit_statuses);
   bool verbose = false;
   daemons::add_basics(line.app);
   add_common_options(line, verbose);
@@ -103,5 +88,21 @@ int main(int argc, char** argv) {
   daemons::parse_or_exit(line.app, argc, argv);
   _source = "kestroctl";
   _level = verbose ? KESTRO_LSYSLOG_LOGGING_LEVEL_VERBOSE : KESTRO_LSYSLOG_LOGGING_LEVEL_OFF;
-  return static_cast<int>(run(line));
+  complete(line.common);
+  return line.run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  signal(SIGPIPE, SIG_DFL);  // whoever reads our output may stop reading
+  try {
+    return static_cast<int>(run(argc, argv));
+  } catch (const Failure& failure) {
+    fprintf(stderr, "kestroctl: %s\n", failure.what());
+    return static_cast<int>(failure.status());
+  } catch (const std::exception& failure) {
+    fprintf(stderr, "kestroctl: %s\n", failure.what());
+    return static_cast<int>(Exit::Refused);
+  }
 }

@@ -161,9 +161,9 @@ void tell_connections(BusTap& tap) {
 
 // Shows messages in their order, but for this: what publishers say at the same time is received in any order, so a
 // response that has come before its request waits for it, for a moment.
-class Show {
+class Display {
  public:
-  explicit Show(const Options& options) : options_(options), look_(look_of(STDOUT_FILENO)) {}
+  explicit Display(const Options& options) : options_(options), look_(look_of(STDOUT_FILENO)) {}
 
   void take(Message message, Clock::time_point now) {
     if (message.kind == Kind::Response) {
@@ -198,6 +198,7 @@ class Show {
   void show_early(Clock::time_point now) {
     for (auto early = early_.begin(); early != early_.end(); ++early) {
       if (!pairing_.response(early->message.channel, early->message.object.get(), now)) continue;
+      early->message.latency = Clock::duration::zero();  // both were here already
       print_wanted(early->message);
       early_.erase(early);
       return;
@@ -219,10 +220,10 @@ class Show {
 Exit run(const Common& common, const Options& options) {
   BusTap tap(common.bus, "");
   tell_connections(tap);
-  Show show(options);
-  while (!tap.ended() && !show.done()) {
-    if (const auto frame = tap.next(show.wake_up())) show.take(understand(*frame), Clock::now());
-    show.show_late(Clock::now());
+  Display display(options);
+  while (!tap.ended() && !display.done()) {
+    if (const auto frame = tap.next(display.wake_up())) display.take(understand(*frame), Clock::now());
+    display.show_late(Clock::now());
   }
   return Exit::Done;
 }
@@ -237,9 +238,8 @@ void add_monitor(CommandLine& line) {
       "  kestroctl monitor --bus tcp://127.0.0.1:5000 --bus tcp://127.0.0.1:5001\n"
       "  kestroctl monitor --method 'ports.*'\n"
       "  kestroctl monitor --channel events --json | jq .params\n\n"
-      "-> is a request, <- a response with the time since its request, ** a notification, ?? none of them. Passwords "
-      "and\n"
-      "the like are masked. Control-C ends it.");
+      "-> is a request, <- a response with the time since its request was heard, ** a notification, ?? none of them.\n"
+      "Passwords and the like are masked. Control-C ends it.");
   verb.add_option("--method", options->method, "only methods that match, like 'ports.*'")->type_name("GLOB");
   verb.add_option("--channel", options->channel,
                   "only this: config, hardware, events, cache, reply, or a channel's own name")

@@ -47,7 +47,7 @@ Json parse_params(const std::string& text) {
                                    show_place(text, error.line, error.column));
   }
   if (!json_is_object(params.get())) {
-    throw Failure(Exit::Usage, "the parameters must be a JSON object, like '{\"port_id\": \"c1-1\"}'");
+    throw Failure(Exit::Usage, R"(the parameters must be a JSON object, like '{"port_id": "c1-1"}')");
   }
   return params;
 }

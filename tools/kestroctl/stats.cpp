@@ -37,9 +37,10 @@ Json read_counters(const std::string& name) {
   for (int attempt = 0; attempt < attempts; ++attempt) {
     errno = 0;
     if (kestro_shm_get_string(name.c_str(), static_cast<int32_t>(text.size()), text.data()) != 0) {
-      const std::string why =
-          errno == EACCES ? "; only root may read them, or the router's group" : "; does kestro-routerd run?";
-      throw Failure(Exit::CannotConnect, "cannot read the counters " + name + ": " + strerror(errno) + why);
+      std::string message = "cannot read the counters " + name + ": ";
+      message += strerror(errno);
+      message += errno == EACCES ? "; try it as root" : "; does kestro-routerd run?";
+      throw Failure(Exit::CannotConnect, message);
     }
     Json counters(json_loads(text.data(), 0, nullptr));
     if (json_is_object(counters.get())) return counters;

@@ -107,8 +107,9 @@ class Table {
       const bool open_ended = i + 1 == json_array_size(slots);
       const std::string bound =
           open_ended ? format("  from %8lld ms", 1LL << (i - 1)) : format("  below %7lld ms", 1LL << i);
-      const std::string bar = length == 0 ? "" : "  " + paint(std::string(length, '#'), Colour::Green, look_);
-      line(bound + format("%11lld", static_cast<long long>(count(i))) + bar);
+      std::string shown = bound + format("%11lld", static_cast<long long>(count(i)));
+      if (length > 0) shown.append("  ").append(paint(std::string(length, '#'), Colour::Green, look_));
+      line(shown);
     }
   }
 
