@@ -22,7 +22,7 @@ std::string check_interval(const std::string& text) {
 void add_options(CLI::App& app, Options& options) {
   daemons::add_bus_options(app, options.bus, "where answers and events are published", "a caller's publisher");
   app.add_option("--seed", options.seed, "what the readings of the unit follow from")
-      ->check(CLI::NonNegativeNumber)
+      ->check(daemons::at_least(0))
       ->type_name("NUMBER")
       ->capture_default_str();
   app.add_option_function<std::vector<std::string>>(

@@ -231,7 +231,7 @@ TEST(ConfigdHardware, ItIsAliveWhileItWaitsForTheHardware) {
   ASSERT_TRUE(eventually([&] { return unit.core_switch().configured() > before; }));
   manager.forget();
   EXPECT_TRUE(manager.hears("WATCHDOG=1"));
-  EXPECT_THAT(unit.daemon().err(), testing::Not(testing::HasSubstr("the hardware did not answer")));
+  EXPECT_EQ(unit.daemon().err().find("the hardware did not answer"), std::string::npos);
 }
 
 TEST(ConfigdHardware, TheManagementVlanIsAppliedAgainAfterAKill) {
