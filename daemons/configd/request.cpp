@@ -129,9 +129,10 @@ std::vector<MacFilter> Request::mac_filters(const char* name, const PortId& port
   int32_t count = 0;
   require(kestro_jrpc_utils_retrieve_input_mac_filters(params(), err_data_, name, &raw, &count, port.switch_number,
                                                        port.port_number),
-          name, "a list of objects with \"mac\" and \"mask\", two MAC addresses, is expected");
+          name, R"(a list of objects with "mac" and "mask", two MAC addresses, is expected)");
   const Allocated<kestro_mac_filter> records(raw);
   std::vector<MacFilter> filters;
+  filters.reserve(static_cast<size_t>(count));
   for (int32_t i = 0; i < count; ++i) filters.push_back({records.get()[i].mac, records.get()[i].mask});
   return filters;
 }
