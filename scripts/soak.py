@@ -31,7 +31,7 @@ from pathlib import Path
 PATIENCE = 20.0  # the longest that a client may wait for an answer or the end of its connection
 METHOD_TIMEOUT = 10  # what the router waits for a service in this run
 MEMORY_GROWTH = 1.05
-WARM_UP = 15.0
+WARM_UP = 10.0
 REST = 3.0
 TMPFS_SIZE = "64m"
 MORTAL = 2 / 3  # of the time; in the rest nobody is killed, so that what a process gathers by and by is seen
