@@ -531,6 +531,7 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--keep", action="store_true", help="keep the logs and the database")
     options = parser.parse_args()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("soak: ended by a signal"))  # and the daemons with it
     work = Path(tempfile.mkdtemp(prefix="kestro-soak-"))
     good = False
     try:
