@@ -19,9 +19,14 @@ void require(int32_t status, const std::string& what) {
   if (status != 0) throw std::runtime_error(what);
 }
 
+// Arguments are evaluated in any order: the cause is asked for once the call was made.
+std::string cause() {
+  return nn_strerror(nn_errno());
+}
+
 void set(int32_t socket, int level, int option, int value) {
-  require(nn_setsockopt(socket, level, option, &value, sizeof value),
-          "nn_setsockopt: option " + std::to_string(option) + ": " + nn_strerror(nn_errno()));
+  const int failed = nn_setsockopt(socket, level, option, &value, sizeof value);
+  require(failed, "nn_setsockopt: option " + std::to_string(option) + ": " + cause());
 }
 
 void set_for_a_local_bus(int32_t socket) {
@@ -37,8 +42,8 @@ int32_t open_publisher(const std::string& address) {
   set_for_a_local_bus(socket);
   set(socket, NN_SOL_SOCKET, NN_SNDBUF, wanted_buffer);
   int32_t eid = 0;
-  require(kestro_mq_socket_bind(socket, KESTRO_MQ_TRANSPORT_TCP, address.c_str(), &eid),
-          "cannot publish at " + address + ": " + nn_strerror(nn_errno()));
+  const int32_t bound = kestro_mq_socket_bind(socket, KESTRO_MQ_TRANSPORT_TCP, address.c_str(), &eid);
+  require(bound, "cannot publish at " + address + ": " + cause());
   return socket;
 }
 
@@ -51,8 +56,8 @@ int32_t open_subscriber(const std::vector<std::string>& addresses, const std::st
   // A message above the limit would end all receiving from its sender; no message is too long for the daemons.
   set(socket, NN_SOL_SOCKET, NN_RCVMAXSIZE, -1);
   for (const auto& address : addresses) {
-    require(kestro_jrpc_mq_sub_set_channel(address.c_str(), channel.c_str(), &socket),
-            "cannot subscribe at " + address);
+    const int32_t connected = kestro_jrpc_mq_sub_set_channel(address.c_str(), channel.c_str(), &socket);
+    require(connected, "cannot subscribe at " + address + ": " + cause());
   }
   return socket;
 }

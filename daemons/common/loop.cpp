@@ -17,7 +17,7 @@ namespace kestro::daemons {
 
 namespace {
 
-constexpr int heartbeat_ms = 1000;
+constexpr std::chrono::duration<int, std::milli> heartbeat{1000};
 
 int signal_descriptor() {
   sigset_t signals;
@@ -45,16 +45,21 @@ void Loop::watch(int fd, std::function<void()> serve) {
 bool Loop::stopping() {
   signalfd_siginfo signal{};
   if (::read(signals_, &signal, sizeof signal) == sizeof signal) stopping_ = true;
+  tell_alive();
   return stopping_;
 }
 
 void Loop::run() {
   notify("READY=1");
-  while (!stopping()) {
-    serve_ready(heartbeat_ms);
-    notify("WATCHDOG=1");
-  }
+  while (!stopping()) serve_ready(heartbeat.count());
   notify("STOPPING=1");
+}
+
+void Loop::tell_alive() {
+  const auto now = std::chrono::steady_clock::now();
+  if (now - told_alive_ < heartbeat) return;
+  notify("WATCHDOG=1");
+  told_alive_ = now;
 }
 
 void Loop::serve_ready(int wait_ms) {

@@ -2,6 +2,7 @@
 #ifndef KESTRO_DAEMONS_LOOP_HPP
 #define KESTRO_DAEMONS_LOOP_HPP
 
+#include <chrono>
 #include <functional>
 #include <vector>
 
@@ -20,7 +21,8 @@ class Loop {
   // Calls `serve` whenever the descriptor, which must outlive the loop, is readable.
   void watch(int fd, std::function<void()> serve);
 
-  // Whether the end was asked for. A handler that waits for long looks at it.
+  // Whether the end was asked for. A handler that waits for long looks at it again and again: the service manager is
+  // told that the service is alive, and ends one that says nothing for long.
   [[nodiscard]] bool stopping();
 
   // Serves until the end is asked for. Tells the service manager when it begins, that it is alive, and when it ends.
@@ -33,9 +35,11 @@ class Loop {
   };
 
   void serve_ready(int wait_ms);
+  void tell_alive();
 
   int signals_;
   bool stopping_ = false;
+  std::chrono::steady_clock::time_point told_alive_;
   std::vector<Watched> watched_;
 };
 

@@ -1,4 +1,5 @@
-// The methods of a service, with what a caller has to know: one table dispatches them and describes them.
+// The methods of a service, with what a caller has to know: one table dispatches them and describes them. Descriptions
+// begin with a capital and end with a full stop; those of methods say what the method does.
 #ifndef KESTRO_DAEMONS_METHODS_HPP
 #define KESTRO_DAEMONS_METHODS_HPP
 

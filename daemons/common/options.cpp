@@ -22,6 +22,15 @@ CLI::Validator bus_address() {
   return {check_bus_address, "tcp://HOST:PORT"};
 }
 
+CLI::Validator at_least(uint64_t lowest) {
+  const auto check = [lowest](const std::string& text) {
+    uint64_t number = 0;
+    const bool sound = text[0] != '-' && CLI::detail::lexical_cast(text, number) && number >= lowest;
+    return sound ? "" : "a number is expected, " + std::to_string(lowest) + " or more";
+  };
+  return {check, ""};
+}
+
 void add_basics(CLI::App& app) {
   app.set_version_flag("--version", app.get_name() + " " KESTRO_VERSION);
   app.get_formatter()->column_width(34);

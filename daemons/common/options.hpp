@@ -3,6 +3,7 @@
 #define KESTRO_DAEMONS_OPTIONS_HPP
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -12,6 +13,9 @@ namespace kestro::daemons {
 
 // Accepts tcp://HOST:PORT of a length that the bus takes.
 CLI::Validator bus_address();
+
+// Accepts whole numbers from `lowest` on.
+CLI::Validator at_least(uint64_t lowest);
 
 // --version, and a help of even columns.
 void add_basics(CLI::App& app);

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <utility>
 
-#include "configd/log.hpp"
+#include "common/log.hpp"
 #include "configd/mgmt_vlan.hpp"
 #include "configd/port.hpp"
 #include "kestro_data.h"
@@ -56,7 +56,7 @@ void Applier::take_back_pending(int32_t switch_number) {
   try {
     mark_applied(switch_number);
   } catch (const Failure& failure) {
-    log_warning(name_of_switch(switch_number) + " stays pending: " + failure.what());
+    daemons::log_warning(name_of_switch(switch_number) + " stays pending: " + failure.what());
   }
 }
 
@@ -94,7 +94,7 @@ bool Applier::apply_stored(int32_t switch_number) {
     core_switch_.call(stored(switch_number));
     mark_applied(switch_number);
     left_alone_until_.erase(switch_number);
-    log_info(name_of_switch(switch_number) + ": stored configuration applied to the hardware");
+    daemons::log_info(name_of_switch(switch_number) + ": stored configuration applied to the hardware");
   } catch (const Silence&) {
     return false;
   } catch (const Failure& failure) {
@@ -108,8 +108,8 @@ void Applier::leave_alone(int32_t switch_number, const std::string& why) {
   const bool said = left_alone_until_.contains(switch_number);
   left_alone_until_[switch_number] = CoreSwitch::Clock::now() + pause_after_refusal;
   if (said) return;
-  log_warning(name_of_switch(switch_number) + ": stored configuration could not be applied: " + why +
-              "; tried again every " + std::to_string(pause_after_refusal.count()) + " s");
+  daemons::log_warning(name_of_switch(switch_number) + ": stored configuration could not be applied: " + why +
+                       "; tried again every " + std::to_string(pause_after_refusal.count()) + " s");
 }
 
 void Applier::tick() {

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "configd/log.hpp"
+#include "common/log.hpp"
 #include "kestro_db_api.h"
 #include "kestro_sqlite3.h"
 
@@ -117,7 +117,7 @@ void replace(const Database& database, sqlite3* candidate) {
   kestro_sqlite3_exec_sql(database.handle(), "PRAGMA journal_mode = delete");
   const std::string flaw = flaw_of(database.handle());
   if (flaw.empty()) return;
-  log_error("the restored configuration is not sound, " + flaw + "; the one before is put back");
+  daemons::log_error("the restored configuration is not sound, " + flaw + "; the one before is put back");
   copy(before.get(), database.handle(), "the configuration before could not be put back");
   throw Failure(status::database_failed, "the restored configuration was not sound: " + flaw);
 }

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "configd/log.hpp"
+#include "common/log.hpp"
 #include "kestro_jrpc.h"
 #include "kestro_jrpc_utils.h"
 #include "kestro_mq.h"
@@ -86,7 +86,7 @@ CoreSwitch::CoreSwitch(int32_t publisher, const std::vector<std::string>& publis
 }
 
 void CoreSwitch::require_not_silent() const {
-  if (silent()) throw Silence("the hardware did not answer a moment ago; nothing was changed");
+  if (silent()) throw Silence("the hardware did not answer a moment ago, and was not asked again");
 }
 
 Json CoreSwitch::call(const char* method, Json params) {
@@ -136,8 +136,8 @@ Json CoreSwitch::await(const char* method, int64_t number, Clock::time_point dea
     if (Clock::now() >= deadline) break;
   }
   silent_until_ = Clock::now() + timeout_;
-  log_warning(std::string("the hardware did not answer ") + method + " within " + seconds(timeout_) +
-              "; further calls fail at once for as long");
+  daemons::log_warning(std::string("the hardware did not answer ") + method + " within " + seconds(timeout_) +
+                       "; further calls fail at once for as long");
   throw Silence("the hardware did not answer within " + seconds(timeout_));
 }
 

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "configd/log.hpp"
+#include "common/log.hpp"
 #include "configd/schema.hpp"
 #include "kestro_data.h"
 #include "kestro_db_api.h"
@@ -163,7 +163,7 @@ void Database::create(const std::string& path) {
   ::unlink(draft.c_str());
   if (linked != 0 && error != EEXIST) throw std::runtime_error("cannot create " + path + ": " + strerror(error));
   sync_directory_of(path);
-  log_info("created the database " + path);
+  daemons::log_info("created the database " + path);
 }
 
 Database::Database(std::string path) : path_(std::move(path)) {

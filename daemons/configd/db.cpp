@@ -2,9 +2,9 @@
 #include <filesystem>
 #include <string>
 
+#include "common/log.hpp"
 #include "configd/backup.hpp"
 #include "configd/handlers.hpp"
-#include "configd/log.hpp"
 
 namespace kestro::configd {
 
@@ -24,7 +24,7 @@ Json db_create_backup(Context& context, const Request& request) {
   const std::string name = request.new_filename("db_filename");
   const std::string path = path_of(context, name);
   const int64_t bytes = create_backup(context.database, path);
-  log_info("backup of the configuration written to " + path + ", " + std::to_string(bytes) + " bytes");
+  daemons::log_info("backup of the configuration written to " + path + ", " + std::to_string(bytes) + " bytes");
   return Json(json_pack("{s:s,s:I}", "db_filename", name.c_str(), "bytes", static_cast<json_int_t>(bytes)));
 }
 
@@ -33,11 +33,12 @@ Json db_apply_backup(Context& context, const Request& request) {
   try {
     apply_backup(context.database, path);
   } catch (const Failure& failure) {
-    log_warning("backup " + path + " not applied: " + failure.what());
+    daemons::log_warning("backup " + path + " not applied: " + failure.what());
     throw;
   }
   const int32_t switches = context.database.number(0, "SELECT count(*) FROM edge_switch WHERE number <= 512");
-  log_info("configuration replaced by the backup " + path + ", " + std::to_string(switches) + " edge switches");
+  daemons::log_info("configuration replaced by the backup " + path + ", " + std::to_string(switches) +
+                    " edge switches");
   context.applier.forget_all();
   context.applier.repair();
   return Json(json_pack("{s:i}", "oecs", switches));

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/log.hpp"
 #include "configd/handlers.hpp"
-#include "configd/log.hpp"
 #include "kestro_data.h"
 #include "kestro_jrpc_utils.h"
 
@@ -102,8 +102,8 @@ Json dhcp_set_service(Context& context, const Request& request) {
   Transaction transaction(context.database);
   store_checked(context.database, service);
   transaction.commit();
-  log_info("DHCP service " + service.name + ": is now " + service.address_range + " with " +
-           std::to_string(service.leases.size()) + " static leases");
+  daemons::log_info("DHCP service " + service.name + ": is now " + service.address_range + " with " +
+                    std::to_string(service.leases.size()) + " static leases");
   return load_service(context.database, service.name);
 }
 
@@ -124,7 +124,7 @@ Json dhcp_remove(Context& context, const Request& request) {
   load_service(context.database, name);
   context.database.write("DELETE FROM dhcp_service WHERE name = ?1", name);
   transaction.commit();
-  log_info("DHCP service " + name + ": removed");
+  daemons::log_info("DHCP service " + name + ": removed");
   return nullptr;
 }
 

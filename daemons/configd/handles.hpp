@@ -1,26 +1,15 @@
-// Owning handles for what the C interfaces hand out.
+// Owning handles, and the text of a JSON value.
 #ifndef KESTRO_CONFIGD_HANDLES_HPP
 #define KESTRO_CONFIGD_HANDLES_HPP
 
-#include <jansson.h>
-
-#include <cstdlib>
-#include <memory>
 #include <string>
+
+#include "common/handles.hpp"
 
 namespace kestro::configd {
 
-struct Free {
-  void operator()(void* memory) const noexcept { free(memory); }
-};
-template <class T>
-using Allocated = std::unique_ptr<T, Free>;
-
-struct Release {
-  void operator()(json_t* json) const noexcept { json_decref(json); }
-};
-// A reference of our own. A plain json_t* is borrowed.
-using Json = std::unique_ptr<json_t, Release>;
+using daemons::Allocated;
+using daemons::Json;
 
 // Compact and in ASCII.
 inline std::string text_of(const json_t* json) {

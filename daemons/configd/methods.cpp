@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "common/log.hpp"
 #include "configd/handlers.hpp"
-#include "configd/log.hpp"
 #include "kestro_error.h"
 #include "kestro_jrpc_utils.h"
 
@@ -40,57 +40,60 @@ int32_t guarded(json_t* params, json_t** result, json_t** err_data) {
   } catch (const std::bad_alloc&) {
     return status::out_of_memory;
   } catch (const std::exception& exception) {
-    log_error(std::string("a handler failed: ") + exception.what());
+    daemons::log_error(std::string("a handler failed: ") + exception.what());
     return fail(status::general_error, exception.what(), err_data);
   }
 }
 
-const Parameter oec_id{"oec_id", "string", "the edge switch: c1 to c512"};
-const Parameter port_id{"port_id", "string", "the port: c1-4, d5"};
-const Parameter service_name{"service_name", "string", "the name of the service, at most 50 bytes"};
+const Parameter oec_id{"oec_id", "string", "An edge switch: c1 to c512."};
+const Parameter port_id{"port_id", "string", "A port, like c1-4 or d5."};
+const Parameter service_name{"service_name", "string", "The name of the service, at most 50 bytes."};
 
 std::vector<Method> oec_methods() {
   return {{"oec.Register",
            guarded<oec_register>,
            "Registers an edge switch; its ports are those of its model.",
            {oec_id,
-            {"model", "string", "the name of the model, like VTR-E30p"},
-            {"mac_address", "string", "its MAC address"},
-            {"alias", "string", "a short name, at most 8 characters", daemons::optional},
-            {"description", "string", "at most 50 bytes", daemons::optional}}},
-          {"oec.List", guarded<oec_list>, "All edge switches."},
-          {"oec.Get", guarded<oec_get>, "One edge switch.", {oec_id}},
+            {"model", "string", "The name of the model, like VTR-E30p."},
+            {"mac_address", "string", "Its MAC address."},
+            {"alias", "string", "A short name, at most 8 characters.", daemons::optional},
+            {"description", "string", "One line of at most 50 bytes.", daemons::optional}}},
+          {"oec.List", guarded<oec_list>, "Lists the edge switches."},
+          {"oec.Get", guarded<oec_get>, "Shows an edge switch.", {oec_id}},
           {"oec.Remove", guarded<oec_remove>, "Removes an edge switch with its ports.", {oec_id}}};
 }
 
 std::vector<Method> port_methods() {
   return {
-      {"ports.Get", guarded<ports_get>, "Ports.", {{"port_id", "string", "a port, a switch or all"}}},
+      {"ports.Get",
+       guarded<ports_get>,
+       "Shows a port, the ports of a switch, or all.",
+       {{"port_id", "string", "A port, a switch or all."}}},
       {"ports.SetEnabled",
        guarded<ports_set_enabled>,
        "Enables or disables a port.",
-       {port_id, {"enabled", "boolean", "whether it is to be enabled"}}},
+       {port_id, {"enabled", "boolean", "Whether it is to be enabled."}}},
       {"ports.SetDescription",
        guarded<ports_set_description>,
        "Describes a port.",
-       {port_id, {"description", "string", "at most 50 bytes"}}},
+       {port_id, {"description", "string", "One line of at most 50 bytes."}}},
       {"ports.SetVlanLocal", guarded<ports_set_vlan_local>, "Puts a port on no VLAN.", {port_id}},
       {"ports.SetVlanAccess",
        guarded<ports_set_vlan_access>,
        "Puts a port on one VLAN, untagged.",
-       {port_id, {"vlan_id", "integer", "1 to 4050"}}},
+       {port_id, {"vlan_id", "integer", "1 to 4050."}}},
       {"ports.SetVlanTrunk",
        guarded<ports_set_vlan_trunk>,
        "Puts a port on VLANs, tagged.",
-       {port_id, {"vlan_ids", "array", "1 to 130 VLANs"}}},
+       {port_id, {"vlan_ids", "array", "1 to 130 different VLANs."}}},
       {"ports.SetMacFilters",
        guarded<ports_set_mac_filters>,
        "Restricts a port to MAC addresses; none lifts the restriction.",
-       {port_id, {"mac_filters", "array", "objects with mac and mask"}}},
+       {port_id, {"mac_filters", "array", "Objects with mac and mask."}}},
       {"ports.poe.GetInstantPower",
        guarded<ports_poe_get_instant_power>,
-       "What is drawn from ports at this moment.",
-       {{"port_id", "string", "a port or a switch"}}},
+       "Tells what each port delivers at this moment, in milliwatts.",
+       {{"port_id", "string", "A port or a switch."}}},
   };
 }
 
@@ -99,11 +102,11 @@ std::vector<Method> dhcp_methods() {
            guarded<dhcp_set_service>,
            "Stores a DHCP service, in place of one of the same name.",
            {service_name,
-            {"address_range", "string", "the network: an address and /16, /22 or /24"},
-            {"dhcp_range", "string", "first and last address joined by -, or empty"},
-            {"static_leases", "array", "objects with ip and mac"}}},
-          {"dhcp.GetService", guarded<dhcp_get_service>, "One DHCP service.", {service_name}},
-          {"dhcp.List", guarded<dhcp_list>, "All DHCP services."},
+            {"address_range", "string", "The network: an address and /16, /22 or /24."},
+            {"dhcp_range", "string", "First and last address joined by -, or empty."},
+            {"static_leases", "array", "Objects with ip and mac."}}},
+          {"dhcp.GetService", guarded<dhcp_get_service>, "Shows a DHCP service.", {service_name}},
+          {"dhcp.List", guarded<dhcp_list>, "Lists the DHCP services."},
           {"dhcp.Remove", guarded<dhcp_remove>, "Removes a DHCP service.", {service_name}}};
 }
 
@@ -111,18 +114,19 @@ std::vector<Method> unit_methods() {
   return {{"network.service.ApplyMgmtVlan",
            guarded<network_apply_mgmt_vlan>,
            "Sets the management VLAN, which a D port must carry.",
-           {{"vlan_id", "integer", "1 to 4050"}}},
+           {{"vlan_id", "integer", "1 to 4050."}}},
           {"db.CreateBackup",
            guarded<db_create_backup>,
            "Writes a backup into the update directory.",
-           {{"db_filename", "string", "the name of the file"}}},
+           {{"db_filename", "string", "The name of the file."}}},
           {"db.ApplyBackup",
            guarded<db_apply_backup>,
            "Puts a backup from the update directory in the place of the configuration.",
-           {{"db_filename", "string", "the name of the file"}}},
+           {{"db_filename", "string", "The name of the file."}}},
           {"logger.ReloadConf", guarded<logger_reload_conf>, "Reads the log levels anew, in every service."},
-          {"rpc.discover", guarded<discover>, "The methods of this service."},
-          {"network.service.Discover", guarded<discover>, "The same, where rpc.discover is another service's."}};
+          {"rpc.discover", guarded<discover>, "Describes the methods of this service."},
+          {"network.service.Discover", guarded<discover>,
+           "Describes the methods of this service, where rpc.discover is another's."}};
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // The network of the unit itself, and what the service says of itself.
 #include <string>
 
+#include "common/log.hpp"
 #include "configd/handlers.hpp"
-#include "configd/log.hpp"
 #include "configd/mgmt_vlan.hpp"
 #include "kestro_data.h"
 #include "kestro_lsyslog.h"
@@ -20,7 +20,7 @@ Json network_apply_mgmt_vlan(Context& context, const Request& request) {
     calls.push_back({configure_method, mgmt_vlan_for_hardware(vlan)});
     return calls;
   });
-  log_info("the unit: management VLAN is now " + std::to_string(vlan));
+  daemons::log_info("the unit: management VLAN is now " + std::to_string(vlan));
   return nullptr;
 }
 

@@ -1,8 +1,8 @@
 // The edge switches of the unit.
 #include <string>
 
+#include "common/log.hpp"
 #include "configd/handlers.hpp"
-#include "configd/log.hpp"
 #include "kestro_data.h"
 
 namespace kestro::configd {
@@ -75,8 +75,8 @@ Json oec_register(Context& context, const Request& request) {
   require_room_for(context.database, added);
   store(context.database, added);
   transaction.commit();
-  log_info(name_of_switch(added.number) + ": registered, " + kestro_data_oec_model_name_enum_str[added.model] + ", " +
-           added.mac_address);
+  daemons::log_info(name_of_switch(added.number) + ": registered, " + kestro_data_oec_model_name_enum_str[added.model] +
+                    ", " + added.mac_address);
   context.applier.forget(added.number);
   context.applier.tick();
   return load_switch(context.database, added.number);
@@ -100,7 +100,7 @@ Json oec_remove(Context& context, const Request& request) {
   load_switch(context.database, number);
   context.database.write("DELETE FROM edge_switch WHERE number = ?1", number);
   transaction.commit();
-  log_info(name_of_switch(number) + ": removed, with its ports");
+  daemons::log_info(name_of_switch(number) + ": removed, with its ports");
   return nullptr;
 }
 

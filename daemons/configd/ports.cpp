@@ -2,8 +2,8 @@
 #include <numeric>
 #include <string>
 
+#include "common/log.hpp"
 #include "configd/handlers.hpp"
-#include "configd/log.hpp"
 #include "configd/mgmt_vlan.hpp"
 #include "configd/port.hpp"
 #include "kestro_data.h"
@@ -31,7 +31,7 @@ Json change(Context& context, const PortId& id, const std::string& what, const s
     calls.push_back({configure_method, for_hardware(id.switch_number, {load_port(context.database, id)})});
     return calls;
   });
-  log_info(text_of(id) + ": " + what);
+  daemons::log_info(text_of(id) + ": " + what);
   return for_client(load_port(context.database, id));
 }
 
@@ -109,7 +109,7 @@ Json ports_set_description(Context& context, const Request& request) {
   Transaction transaction(context.database);
   store_description(context.database, port, description);
   transaction.commit();
-  log_info(text_of(port) + ": description is now \"" + description + "\"");
+  daemons::log_info(text_of(port) + ": description is now \"" + description + "\"");
   return for_client(load_port(context.database, port));
 }
 

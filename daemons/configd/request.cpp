@@ -76,8 +76,8 @@ int32_t Request::model(const char* name) const {
   for (int32_t model = KESTRO_DATA_OEC_MODEL_UNKNOWN + 1; model < KESTRO_DATA_OEC_MODEL_MAX_ENUM_VAL; ++model) {
     if (strcmp(text.data(), kestro_data_oec_model_name_enum_str[model]) == 0) return model;
   }
-  throw Failure(status::no_such_model,
-                std::string("there is no model ") + json_string_value(json_object_get(params(), name)));
+  const std::string given = json_string_value(json_object_get(params(), name));
+  throw Failure(status::no_such_model, "there is no model \"" + given + "\"");
 }
 
 std::string Request::mac_address(const char* name) const {
@@ -129,9 +129,10 @@ std::vector<MacFilter> Request::mac_filters(const char* name, const PortId& port
   int32_t count = 0;
   require(kestro_jrpc_utils_retrieve_input_mac_filters(params(), err_data_, name, &raw, &count, port.switch_number,
                                                        port.port_number),
-          name, "a list of objects with \"mac\" and \"mask\", two MAC addresses, is expected");
+          name, R"(a list of objects with "mac" and "mask", two MAC addresses, is expected)");
   const Allocated<kestro_mac_filter> records(raw);
   std::vector<MacFilter> filters;
+  filters.reserve(static_cast<size_t>(count));
   for (int32_t i = 0; i < count; ++i) filters.push_back({records.get()[i].mac, records.get()[i].mask});
   return filters;
 }

@@ -1,10 +1,12 @@
 #include "configd/service.hpp"
 
 #include <exception>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
-#include "configd/log.hpp"
+#include "common/log.hpp"
 #include "configd/methods.hpp"
 #include "configd/port.hpp"
 #include "kestro_jrpc.h"
@@ -40,7 +42,7 @@ void survive(const char* what, Work&& work) {
   try {
     work();
   } catch (const std::exception& exception) {
-    log_error(std::string(what) + ": " + exception.what());
+    daemons::log_error(std::string(what) + ": " + exception.what());
   }
 }
 
@@ -56,6 +58,13 @@ Json next_event(int32_t socket) {
   return event != nullptr ? std::move(event) : Json(json_object());  // something was there
 }
 
+// Not needed before the first backup is asked for, which may be the moment when it is too late to find out.
+void warn_of_missing_directory(const std::string& update_dir) {
+  std::error_code not_there;
+  if (std::filesystem::is_directory(update_dir, not_there)) return;
+  daemons::log_warning("there is no directory " + update_dir + ": no backup can be written or applied");
+}
+
 // The switch that came back; 0 for any other event.
 int32_t switch_that_is_back(const json_t* event) {
   const char* method = nullptr;
@@ -66,7 +75,7 @@ int32_t switch_that_is_back(const json_t* event) {
   int32_t number = 0;
   int32_t no_port = 0;
   if (kestro_parse_oec_port_id(&number, &no_port, oec_id) != status::ok) return 0;
-  if (std::string(method) == "events.EdgeSwitchOffline") log_warning(name_of_switch(number) + " is offline");
+  if (std::string(method) == "events.EdgeSwitchOffline") daemons::log_warning(name_of_switch(number) + " is offline");
   return std::string(method) == "events.EdgeSwitchOnline" ? number : 0;
 }
 
@@ -106,10 +115,12 @@ void Service::run() {
   loop_.watch(daemons::receive_descriptor(events_.get()), [this] { serve_events(); });
   loop_.watch(core_switch_.descriptor(), [this] { take_signs_of_life(); });
   loop_.watch(timer_, [this] { tick(); });
-  log_info("ready: " + std::to_string(database_.number(0, "SELECT count(*) FROM edge_switch WHERE number <= 512")) +
-           " edge switches in " + database_.path());
+  daemons::log_info(
+      "ready: " + std::to_string(database_.number(0, "SELECT count(*) FROM edge_switch WHERE number <= 512")) +
+      " edge switches in " + database_.path());
+  warn_of_missing_directory(context_.update_dir);
   loop_.run();
-  log_info("stopped");
+  daemons::log_info("stopped");
 }
 
 void Service::serve_requests() {
@@ -133,7 +144,7 @@ void Service::serve_events() {
 void Service::take_event(const json_t* event) {
   const int32_t number = switch_that_is_back(event);
   if (number == 0) return;
-  log_info(name_of_switch(number) + " is online");
+  daemons::log_info(name_of_switch(number) + " is online");
   applier_.is_back(number);
   applier_.repair();
 }

@@ -54,10 +54,10 @@ void add_options(CLI::App& app, Options& options) {
       ->type_name("PORT");
   daemons::add_bus_options(app, options.bus, "where requests are published", "a service's publisher");
   app.add_option("--max-clients", options.max_clients, "connections at once; more wait to be accepted")
-      ->check(CLI::PositiveNumber)
+      ->check(daemons::at_least(1))
       ->capture_default_str();
   app.add_option("--max-in-flight", options.max_in_flight, "requests on the bus at once; more are answered busy")
-      ->check(CLI::PositiveNumber)
+      ->check(daemons::at_least(1))
       ->capture_default_str();
   app.add_option("--max-request", options.max_request, "longest request in bytes")
       ->check(CLI::Range(size_t{1}, bus_message_limit - envelope_allowance))

@@ -5,9 +5,9 @@
 #include <string_view>
 #include <utility>
 
+#include "common/handles.hpp"
 #include "kestro_mq.h"
 #include "kestro_timer.h"
-#include "simd/owned.hpp"
 
 namespace kestro::simd {
 
@@ -37,8 +37,8 @@ int32_t open_inner(int32_t kind) {
 bool steers(const std::string& frame) {
   char* raw = nullptr;
   kestro_jrpc_parse_msg(frame.c_str(), static_cast<int32_t>(frame.size()), &raw);
-  const Text text(raw);
-  const Json request(text ? json_loads(text.get(), JSON_REJECT_DUPLICATES, nullptr) : nullptr);
+  const daemons::Allocated<char> text(raw);
+  const daemons::Json request(text ? json_loads(text.get(), JSON_REJECT_DUPLICATES, nullptr) : nullptr);
   const char* const method = json_string_value(json_object_get(request.get(), "method"));
   return method != nullptr && std::string_view(method).substr(0, 4) == "sim.";
 }
@@ -78,7 +78,7 @@ bool Gate::take_one() {
   char* raw = nullptr;
   int32_t length = 0;
   if (kestro_mq_socket_recv(subscriber_, &raw, &length, 1) != 0) return false;
-  const Text frame(raw);
+  const daemons::Allocated<char> frame(raw);
   decide({frame.get(), static_cast<size_t>(length)});
   return true;
 }

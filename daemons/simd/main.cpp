@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "common/bus_sockets.hpp"
+#include "common/log.hpp"
 #include "common/loop.hpp"
 #include "kestro_lsyslog.h"
 #include "kestro_timer.h"
@@ -11,7 +12,6 @@
 #include "simd/gate.hpp"
 #include "simd/options.hpp"
 #include "simd/outages.hpp"
-#include "simd/say.hpp"
 #include "simd/service.hpp"
 
 namespace {
@@ -62,7 +62,7 @@ void run(const Options& options) {
     });
   }
 
-  say("ready: seed " + std::to_string(options.seed) + ", publishing at " + options.bus.publish);
+  daemons::log_info("ready: seed " + std::to_string(options.seed) + ", publishing at " + options.bus.publish);
   loop.run();
 }
 

@@ -22,6 +22,7 @@ std::string check_interval(const std::string& text) {
 void add_options(CLI::App& app, Options& options) {
   daemons::add_bus_options(app, options.bus, "where answers and events are published", "a caller's publisher");
   app.add_option("--seed", options.seed, "what the readings of the unit follow from")
+      ->check(daemons::at_least(0))
       ->type_name("NUMBER")
       ->capture_default_str();
   app.add_option_function<std::vector<std::string>>(
@@ -49,7 +50,9 @@ Options read_options(int argc, char** argv) {
       "kestro-simd");
   daemons::add_basics(app);
   app.footer(
-      "Every reading follows from the seed alone. SIGTERM and SIGINT end it.\n\n"
+      "Every reading follows from the seed alone. SIGTERM and SIGINT end it. Exit status: 0 it was ended, 1 it could "
+      "not "
+      "start, 2 the command line is wrong.\n\n"
       "Example:\n"
       "  kestro-simd --bus-publish tcp://127.0.0.1:5002 --bus-subscribe tcp://127.0.0.1:5000 \\\n"
       "      --bus-subscribe tcp://127.0.0.1:5001 --seed 7 --fault offline=c3");

@@ -5,12 +5,12 @@
 #include <utility>
 #include <vector>
 
+#include "common/handles.hpp"
+#include "common/log.hpp"
 #include "kestro_jrpc_utils.h"
 #include "kestro_lsyslog.h"
 #include "kestro_utils.h"
 #include "kestro_validation.h"
-#include "simd/owned.hpp"
-#include "simd/say.hpp"
 
 namespace kestro::simd {
 
@@ -116,7 +116,7 @@ int32_t read_filters(json_t* element, json_t** err_data, Port& port) {
   const int32_t status = kestro_jrpc_utils_retrieve_input_mac_filters(element, err_data, "mac_filters", &raw, &count,
                                                                       port.record.oec_number, port.record.port_number);
   if (status != ok) return explain(err_data, status, R"(mac_filters: a list of {"mac", "mask"} is expected)");
-  const std::unique_ptr<kestro_mac_filter, Free> filters(raw);
+  const daemons::Allocated<kestro_mac_filter> filters(raw);
   port.filters.assign(raw, raw + count);
   return ok;
 }
@@ -308,7 +308,7 @@ int32_t set_fault(json_t* params, json_t** /*result*/, json_t** err_data) {
   if (status == ok) status = read_delay(params, err_data, fault.kind, fault.delay);
   if (status != ok) return status;
   serving->faults().set(fault);
-  say("fault: " + text_of(fault));
+  daemons::log_info("fault: " + text_of(fault));
   return ok;
 }
 
@@ -339,34 +339,37 @@ int32_t discover(json_t* /*params*/, json_t** result, json_t** /*err_data*/) {
 std::vector<daemons::Method> all_methods() {
   using daemons::optional;
   return {
-      {"emac.service.CoreSwitchGetTemps", get_temperatures, "The temperatures of the unit."},
-      {"emac.service.CoreSwitchGetInfo", get_info, "Model, serial number, MAC address and versions of the unit."},
+      {"emac.service.CoreSwitchGetTemps", get_temperatures, "Tells the temperatures of the unit, in degrees Celsius."},
+      {"emac.service.CoreSwitchGetInfo", get_info, "Tells model, serial number, MAC address and versions of the unit."},
       {"emac.service.CoreSwitchConfigure",
        configure,
        "Sets the state of ports, each in place of its earlier one.",
-       {{"oec_number", "integer", "1 to 512 for an edge switch, 10001 for the unit's own ports"},
+       {{"oec_number", "integer", "1 to 512 for an edge switch, 10001 for the unit's own ports."},
         {"ports", "array",
-         "objects with port_number, port_status, poe_status, link_status, link_speed, vlan_mode, vlan_ids, and "
-         "mac_filters where there are any"},
-        {"mgmt_vlan_id", "integer", "the VLAN of the management", optional}}},
+         "Objects with port_number, port_status, poe_status, link_status, link_speed, vlan_mode, vlan_ids, and "
+         "mac_filters where there are any."},
+        {"mgmt_vlan_id", "integer", "The management VLAN, 1 to 4050.", optional}}},
       {"emac.service.EdgeSwitchGetPoePower",
        get_poe_power,
-       "What ports of an edge switch deliver, in milliwatts.",
-       {{"oec_number", "integer", "1 to 512"}, {"port_numbers", "array", "numbers from 1 to 64"}}},
+       "Tells what ports of an edge switch deliver, in milliwatts.",
+       {{"oec_number", "integer", "1 to 512."}, {"port_numbers", "array", "Numbers from 1 to 64."}}},
       {"omac.service.OltGetMultiRssi",
        get_rssi,
-       "The signal of each optical unit on a line, in dBm.",
-       {{"olt_id", "integer", "0 to 7"}}},
+       "Tells the signal of each optical unit on a line, in dBm.",
+       {{"olt_id", "integer", "0 to 7."}}},
       {"sim.SetFault",
        set_fault,
        "Makes something fail, or right again.",
-       {{"fault", "string", "offline, silent, late or none"},
-        {"oec_id", "string", "for offline and none: this edge switch only", optional},
-        {"milliseconds", "integer", "for late: the delay of every answer", optional}}},
-      {"sim.GetPort", get_port, "What the hardware holds for a port.", {{"port_id", "string", "like c1-1 or d1"}}},
-      {"sim.GetUnit", get_unit, "The management VLAN of the hardware, and what is wrong with it."},
-      {"rpc.discover", discover, "This description."},
-      {"logger.ReloadConf", kestro_lsyslog_reload_conf_api, "Reads the level of the log again."},
+       {{"fault", "string", "One of offline, silent, late and none."},
+        {"oec_id", "string", "For offline and none: this edge switch only.", optional},
+        {"milliseconds", "integer", "For late: the delay of every answer, 1 to 600000.", optional}}},
+      {"sim.GetPort",
+       get_port,
+       "Shows what the hardware holds for a port.",
+       {{"port_id", "string", "A port, like c1-1 or d1."}}},
+      {"sim.GetUnit", get_unit, "Shows the management VLAN of the hardware, and what is wrong with it."},
+      {"rpc.discover", discover, "Describes the methods of this service."},
+      {"logger.ReloadConf", kestro_lsyslog_reload_conf_api, "Reads the level of the log anew."},
   };
 }
 

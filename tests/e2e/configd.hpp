@@ -209,8 +209,11 @@ inline Answer answer_of(const json_t* response) {
 // A unit: a database of its own, the service and its hardware, linked with each other and with the test.
 class Unit {
  public:
-  explicit Unit(const std::string& hardware_timeout = "60")
-      : hardware_timeout_(hardware_timeout), requests_(KESTRO_MQ_SP_PUB), answers_(KESTRO_MQ_SP_SUB) {
+  explicit Unit(const std::string& hardware_timeout = "60", const std::vector<std::string>& environment = {})
+      : hardware_timeout_(hardware_timeout),
+        environment_(environment),
+        requests_(KESTRO_MQ_SP_PUB),
+        answers_(KESTRO_MQ_SP_SUB) {
     std::filesystem::create_directory(update_dir());
     requests_.bind(client_address_);
     answers_.connect(configd_address_).subscribe(channel_).timeout(20);
@@ -237,7 +240,8 @@ class Unit {
     daemon_ = std::make_unique<Process>(
         std::vector<std::string>{KESTRO_CONFIGD, "--init", "--bus-publish", configd_address_, "--bus-subscribe",
                                  client_address_, "--bus-subscribe", hardware_address_, "--database", database(),
-                                 "--update-dir", update_dir(), "--hardware-timeout", hardware_timeout_});
+                                 "--update-dir", update_dir(), "--hardware-timeout", hardware_timeout_},
+        environment_);
     // What is sent before both directions are linked is lost.
     const bool up = eventually([&] {
       const int64_t number = send("oec.List", "{}");
@@ -308,6 +312,7 @@ class Unit {
 
   LogLevel quiet_{0};
   std::string hardware_timeout_;
+  std::vector<std::string> environment_;
   TempDir dir_;
   std::string configd_address_ = free_bus_address();
   std::string client_address_ = free_bus_address();

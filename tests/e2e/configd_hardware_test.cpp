@@ -1,9 +1,12 @@
 // The configuration service and the hardware: what is stored is applied, or neither, and in the end both agree.
 #include "e2e/configd.hpp"
 
+#include <gmock/gmock.h>
+
 #include <csignal>
 
 #include "support/named.hpp"
+#include "support/service_manager.hpp"
 
 namespace kestro::test {
 namespace {
@@ -79,7 +82,12 @@ TEST(ConfigdHardware, ATimeOutIsPaidOnceByABurst) {
   unit.core_switch().be(Mood::deaf);
   std::vector<int64_t> numbers;
   for (int i = 0; i < 50; ++i) numbers.push_back(unit.send("ports.SetEnabled", disable_c1_1));
-  for (const auto number : numbers) EXPECT_EQ(unit.receive(number).code, -32059);
+  std::vector<std::string> explanations;
+  for (const auto number : numbers) {
+    EXPECT_EQ(unit.receive(number).code, -32059);
+    explanations.push_back(unit.receive(number).message);
+  }
+  EXPECT_THAT(explanations, testing::Contains("the hardware did not answer a moment ago, and was not asked again"));
   EXPECT_LT(unit.core_switch().configured() - before, 25);
   EXPECT_EQ(unit.stored(enabled_of_c1_1), "1");
 }
@@ -207,6 +215,23 @@ TEST(ConfigdHardware, ItEndsInGoodOrderWhileItWaitsForTheHardware) {
   EXPECT_EQ(unit.daemon().err().find("the hardware did not answer"), std::string::npos);  // it did not wait that long
   EXPECT_EQ(unit.stored(enabled_of_c1_1), "1");
   EXPECT_TRUE(unit.is_pending("1"));
+}
+
+// A service that says nothing for long is ended, in the middle of a change.
+TEST(ConfigdHardware, ItIsAliveWhileItWaitsForTheHardware) {
+#ifndef KESTRO_HAVE_SYSTEMD
+  GTEST_SKIP() << "built without it";
+#endif
+  ServiceManager manager;
+  Unit unit("60", {manager.environment()});
+  unit.register_switch();
+  const int before = unit.core_switch().configured();
+  unit.core_switch().be(Mood::deaf);
+  unit.send("ports.SetEnabled", disable_c1_1);
+  ASSERT_TRUE(eventually([&] { return unit.core_switch().configured() > before; }));
+  manager.forget();
+  EXPECT_TRUE(manager.hears("WATCHDOG=1"));
+  EXPECT_EQ(unit.daemon().err().find("the hardware did not answer"), std::string::npos);
 }
 
 TEST(ConfigdHardware, TheManagementVlanIsAppliedAgainAfterAKill) {

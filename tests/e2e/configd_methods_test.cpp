@@ -1,5 +1,6 @@
 // The methods of the configuration service: what each gives for good and for bad input.
 #include "e2e/configd.hpp"
+#include "support/description.hpp"
 #include "support/named.hpp"
 
 namespace kestro::test {
@@ -151,9 +152,11 @@ const BadCase bad[] = {
     {"RegisterMacTwice", "oec.Register", R"({"oec_id":"c9","model":"VTR-E10","mac_address":"02-00-01-00-00-02"})",
      -32040, "02:00:01:00:00:02 is that of c2"},
     {"RegisterUnknownModel", "oec.Register", R"({"oec_id":"c9","model":"VTR-X","mac_address":"02:00:01:00:00:77"})",
-     -32042, "there is no model VTR-X"},
+     -32042, R"(there is no model "VTR-X")"},
     {"RegisterModelUnknown", "oec.Register", R"({"oec_id":"c9","model":"unknown","mac_address":"02:00:01:00:00:77"})",
-     -32042, "there is no model unknown"},
+     -32042, R"(there is no model "unknown")"},
+    {"RegisterModelOfNoName", "oec.Register", R"({"oec_id":"c9","model":"","mac_address":"02:00:01:00:00:77"})", -32042,
+     R"(there is no model "")"},
     {"RegisterWithoutModel", "oec.Register", R"({"oec_id":"c9","mac_address":"02:00:01:00:00:77"})", -32602,
      "Missing expected parameter: 'model'"},
     {"RegisterNumberTooHigh", "oec.Register",
@@ -329,6 +332,7 @@ TEST_F(ConfigdMethods, TheServiceDescribesItself) {
   const Json object = json_of(description);
   EXPECT_EQ(text_of(json_object_get(object.get(), "service")), R"("configd")");
   EXPECT_EQ(json_array_size(json_object_get(object.get(), "methods")), 22U);
+  expect_sentences(object.get());
 }
 
 TEST_F(ConfigdMethods, PowerOfASwitchThatIsOffline) {

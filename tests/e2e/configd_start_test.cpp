@@ -65,7 +65,19 @@ TEST(ConfigdStart, AnAddressInUseIsAnError) {
   Process daemon({KESTRO_CONFIGD, "--init", "--bus-publish", address, "--bus-subscribe", free_bus_address(),
                   "--database", dir.file("unit.db")});
   EXPECT_EQ(daemon.wait(), 1);
-  EXPECT_THAT(daemon.err(), testing::HasSubstr("cannot publish at " + address));
+  EXPECT_THAT(daemon.err(), testing::HasSubstr("cannot publish at " + address + ": Address already in use"));
+}
+
+TEST(ConfigdStart, AMissingDirectoryOfBackupsIsToldAtOnce) {
+  const TempDir dir;
+  const std::string missing = dir.file("none");
+  Process daemon({KESTRO_CONFIGD, "--init", "--bus-publish", free_bus_address(), "--bus-subscribe", free_bus_address(),
+                  "--database", dir.file("unit.db"), "--update-dir", missing});
+  EXPECT_TRUE(eventually([&] {
+    return count_log_lines(daemon.err(), Warning, "",
+                           "there is no directory " + missing + ": no backup can be written or applied\n") == 1;
+  })) << daemon.err();
+  EXPECT_EQ(daemon.terminate(), 0);
 }
 
 TEST(ConfigdStart, WhatIsStoredIsThereAfterARestart) {

@@ -281,6 +281,10 @@ TEST(KestroctlUnit, ListNamesAServiceThatDoesNotAnswer) {
   EXPECT_EQ(ended.status, 3);
   EXPECT_THAT(ended.err, HasSubstr("the hardware service does not describe itself (rpc.discover): Command timed out"));
   EXPECT_THAT(ended.out, HasSubstr("ports.Get "));
+
+  const auto missing = run({"describe", "emac.Missing"}, unit.environment());
+  EXPECT_EQ(missing.status, 3);
+  EXPECT_THAT(missing.err, HasSubstr("no service that answered describes emac.Missing"));
 }
 
 // ---- monitor, wait ----
@@ -568,6 +572,14 @@ TEST_F(Kestroctl, WrongUsageIsTold) {
     EXPECT_EQ(ended.out, "");
     EXPECT_NE(ended.err, "");
   }
+}
+
+TEST_F(Kestroctl, WrongUsageIsNamed) {
+  EXPECT_THAT(run({}).err, StartsWith("A verb is required\n"));
+  EXPECT_THAT(run({"fly"}).err, HasSubstr("fly\n"));
+  EXPECT_THAT(run({"call", "oec.List", "--repeat", "0"}).err,
+              StartsWith("--repeat: a number is expected, 1 or more\n"));
+  EXPECT_THAT(run({"bench", "--requests", "none"}).err, StartsWith("--requests: a number is expected, 1 or more\n"));
 }
 
 TEST_F(Kestroctl, EndsQuietlyWhenNobodyReadsOn) {

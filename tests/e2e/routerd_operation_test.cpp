@@ -335,7 +335,7 @@ const Usage usages[] = {
     {"LongPath", sound_and({"--listen-unix", "/" + std::string(107, 'x')}), "--listen-unix"},
     {"NoPort", sound_and({"--listen-tcp", "0"}), "--listen-tcp"},
     {"PortTooHigh", sound_and({"--listen-tcp", "65536"}), "--listen-tcp"},
-    {"NoClients", sound_and({"--max-clients", "0"}), "--max-clients"},
+    {"NoClients", sound_and({"--max-clients", "0"}), "--max-clients: a number is expected, 1 or more\n"},
     {"NegativeClients", sound_and({"--max-clients", "-1"}), "--max-clients"},
     {"NoneInFlight", sound_and({"--max-in-flight", "0"}), "--max-in-flight"},
     {"RequestsTooLongForTheBus", sound_and({"--max-request", "1048576"}), "--max-request"},
@@ -377,7 +377,7 @@ TEST(RouterdStart, FailsWithAWordWhereThereIsNoPlace) {
   Process second({KESTRO_ROUTERD, "--listen-unix", dir.file("router.sock"), "--bus-publish", address, "--bus-subscribe",
                   free_bus_address()});
   EXPECT_EQ(second.wait(), 1);
-  EXPECT_THAT(second.err(), HasSubstr("kestro-routerd: cannot publish at " + address));
+  EXPECT_THAT(second.err(), HasSubstr("kestro-routerd: cannot publish at " + address + ": Address already in use"));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "kestro_jrpc.h"
 #include "kestro_lsyslog.h"
 #include "support/bus_caller.hpp"
+#include "support/description.hpp"
 #include "support/json.hpp"
 #include "support/named.hpp"
 #include "support/process.hpp"
@@ -380,6 +381,7 @@ TEST(Simd, DescribesEveryMethod) {
   Unit unit;
   const Json description = json_of(unit.call("rpc.discover"));
   EXPECT_STREQ(json_string_value(json_object_get(description.get(), "service")), "simd");
+  expect_sentences(description.get());
   std::vector<std::string> names;
   for (size_t i = 0; i < json_array_size(json_object_get(description.get(), "methods")); ++i) {
     const json_t* const method = json_array_get(json_object_get(description.get(), "methods"), i);
@@ -417,7 +419,7 @@ TEST(Simd, SaysWhereItCannotPublish) {
   taken.bind(address);
   Process process({KESTRO_SIMD, "--bus-publish", address, "--bus-subscribe", free_bus_address()});
   EXPECT_EQ(process.wait(), 1);
-  EXPECT_THAT(process.err(), HasSubstr("kestro-simd: cannot publish at " + address));
+  EXPECT_THAT(process.err(), HasSubstr("kestro-simd: cannot publish at " + address + ": Address already in use"));
 }
 
 struct CommandLine {
@@ -449,6 +451,8 @@ INSTANTIATE_TEST_SUITE_P(
                     CommandLine{"UnknownFault", on_the_bus({"--fault", "broken"}),
                                 "--fault: \"broken\" is none of offline, offline=SWITCH, silent, late=MILLISECONDS"},
                     CommandLine{"NoSeed", on_the_bus({"--seed", "x"}), "--seed"},
+                    CommandLine{"NegativeSeed", on_the_bus({"--seed", "-1"}),
+                                "--seed: a number is expected, 0 or more\n"},
                     CommandLine{"NegativeInterval", on_the_bus({"--event-interval", "-1"}),
                                 "--event-interval: 0, or 0.01 to 604800 seconds"},
                     CommandLine{"IntervalTooShort", on_the_bus({"--event-interval", "0.001"}),
@@ -463,6 +467,7 @@ TEST(Simd, HelpHasAnExample) {
   EXPECT_EQ(process.wait(), 0);
   EXPECT_THAT(process.out(), HasSubstr("Example:\n  kestro-simd --bus-publish "));
   EXPECT_THAT(process.out(), HasSubstr("--event-interval"));
+  EXPECT_THAT(process.out(), HasSubstr("2 the command line is wrong"));
   Process version({KESTRO_SIMD, "--version"});
   EXPECT_EQ(version.wait(), 0);
   EXPECT_THAT(version.out(), EndsWith("kestro-simd " KESTRO_VERSION "\n"));

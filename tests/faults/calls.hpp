@@ -114,7 +114,7 @@ class CallCampaign : public testing::TestWithParam<CallScenario> {
       if (!is_chosen(nth, 6)) continue;
       for (const int error : row.errors) {
         const Outcome outcome = run(row, error, nth);
-        ++injections_;
+        injections_ += outcome.failed;
         ASSERT_TRUE(outcome.well) << "call " << nth << " of " << calls << ", "
                                   << (error == shortened ? "shortened" : strerror(error)) << ": " << outcome.objection;
         // How often a pipe is read depends on who is faster.

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <memory>
 
+#include "common/options.hpp"
 #include "kestroctl/load.hpp"
 #include "kestroctl/output.hpp"
 #include "kestroctl/params.hpp"
@@ -158,7 +159,7 @@ void add_bench(CommandLine& line) {
       ->capture_default_str()
       ->type_name("N");
   auto* const requests = verb.add_option("--requests", options->requests, "how many")
-                             ->check(CLI::PositiveNumber.description(""))
+                             ->check(daemons::at_least(1))
                              ->capture_default_str()
                              ->type_name("N");
   add_seconds(verb, "--duration", options->duration, "for how long, instead")->excludes(requests);

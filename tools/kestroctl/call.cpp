@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "common/options.hpp"
 #include "kestroctl/output.hpp"
 #include "kestroctl/params.hpp"
 #include "kestroctl/verbs.hpp"
@@ -88,7 +89,7 @@ void add_call(CommandLine& line) {
       ->capture_default_str()
       ->type_name("ID");
   verb.add_option("--repeat", options->repeat, "call so many times, one after the other")
-      ->check(CLI::PositiveNumber.description(""))
+      ->check(daemons::at_least(1))
       ->type_name("N");
   add_timeout(verb, options->timeout, "how long to wait for the router");
 }

@@ -52,8 +52,10 @@ Exit describe(const Common& common, const Options& options) {
   const auto found = std::find_if(services.methods.begin(), services.methods.end(),
                                   [&](const Method& method) { return method.name == options.method; });
   if (found == services.methods.end()) {
-    throw Failure(services.status == Exit::Done ? Exit::Refused : services.status,
-                  "no service describes " + tame(options.method) + "; `kestroctl list` shows all that there are");
+    const bool all_answered = services.status == Exit::Done;
+    throw Failure(all_answered ? Exit::Refused : services.status,
+                  std::string(all_answered ? "no service describes " : "no service that answered describes ") +
+                      tame(options.method) + "; `kestroctl list` shows all that there are");
   }
   const Look look = look_of(STDOUT_FILENO);
   print(Line(look).add(found->name, Colour::Bold).add("(" + found->service + ")", Colour::Grey).text());

@@ -79,13 +79,15 @@ void add_verbs(CommandLine& line) {
 Exit run(int argc, char** argv) {
   CommandLine line;
   line.app.name("kestroctl");
-  line.app.require_subcommand(1);
+  line.app.require_subcommand(0, 1);  // one that is missing is looked for below: a word that is none is told as such
   line.app.footer(exit_statuses);
   bool verbose = false;
   daemons::add_basics(line.app);
   add_common_options(line, verbose);
   add_verbs(line);
-  daemons::parse_or_exit(line.app, argc, argv);
+  daemons::parse_or_exit(line.app, argc, argv, [&line] {
+    if (line.app.get_subcommands().empty()) throw CLI::RequiredError("A verb");
+  });
   _source = "kestroctl";
   _level = verbose ? KESTRO_LSYSLOG_LOGGING_LEVEL_VERBOSE : KESTRO_LSYSLOG_LOGGING_LEVEL_OFF;
   complete(line.common);
