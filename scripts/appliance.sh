@@ -47,14 +47,14 @@ appliance_stop() {
   appliance=
 }
 
-# Names each program that runs no more, with the end of its log. Succeeds when there is one.
+# Names each program that runs no more, with what it last said, details aside. Succeeds when there is one.
 appliance_tell_dead() {
   local program dead=1
   for program in "${!appliance_pids[@]}"; do
     kill -0 "${appliance_pids[$program]}" 2>/dev/null && continue
     dead=0
     echo "$program has ended; its last words:" >&2
-    tail -n 5 "$appliance/$program.log" >&2
+    grep -v '\] \[DEBG\] \[' "$appliance/$program.log" | tail -n 5 >&2 || true
   done
   return $dead
 }
