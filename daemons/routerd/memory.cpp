@@ -22,6 +22,7 @@ class JsonMemory {
  public:
   static void* allocate(size_t size) noexcept {
     void* const block = malloc(size);
+    // cppcheck-suppress memleak ; it is null where it is not what is returned
     return block != nullptr || !parsing_ ? block : take_from_reserve(size);
   }
   static void release(void* block) noexcept {
