@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets and runs each for a while, all cores at once. New inputs go to build/fuzz/corpus/TARGET and are
+# Builds the fuzz targets and runs each for a while, two on each core at once. New inputs go to build/fuzz/corpus/TARGET and are
 # taken up again by the next run; inputs that break something go to build/fuzz/crashes.
 # Usage: fuzz.sh [SECONDS_PER_TARGET [TARGET...]]
 set -euo pipefail
@@ -44,4 +44,4 @@ targets=("$@")
 if [ ${#targets[@]} -eq 0 ]; then
   for source in fuzz/*_fuzz.cpp; do targets+=("$(basename "$source" _fuzz.cpp)"); done
 fi
-printf '%s\n' "${targets[@]}" | run_one=1 xargs -P "$(nproc)" -I{} "$0" "$seconds" {}
+printf '%s\n' "${targets[@]}" | run_one=1 xargs -P "$((2 * $(nproc)))" -I{} "$0" "$seconds" {}
