@@ -17,6 +17,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "e2e/routerd.hpp"
@@ -290,6 +291,8 @@ TEST_F(FailingStart, EachSystemCall) {
       {"nn_connect", {ENODEV}},
   };
   for (const auto& row : rows) {
+    // clang's undefined-behaviour checks ask a pipe of their own whether memory can be read.
+    if (sanitized && row.call == std::string_view("pipe")) continue;
     for (const int error : row.errors) {
       for (int nth = 1;; ++nth) {
         if (!is_chosen(nth, 3)) continue;
