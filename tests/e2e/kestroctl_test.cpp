@@ -575,11 +575,14 @@ TEST_F(Kestroctl, WrongUsageIsTold) {
 }
 
 TEST_F(Kestroctl, WrongUsageIsNamed) {
-  EXPECT_THAT(run({}).err, StartsWith("A verb is required\n"));
-  EXPECT_THAT(run({"fly"}).err, HasSubstr("fly\n"));
-  EXPECT_THAT(run({"call", "oec.List", "--repeat", "0"}).err,
-              StartsWith("--repeat: a number is expected, 1 or more\n"));
-  EXPECT_THAT(run({"bench", "--requests", "none"}).err, StartsWith("--requests: a number is expected, 1 or more\n"));
+  EXPECT_EQ(run({}).err, "kestroctl: a verb is required\n`kestroctl --help` shows how it is used.\n");
+  EXPECT_THAT(run({"fly"}).err, AllOf(StartsWith("kestroctl: "), HasSubstr(" fly\n`kestroctl --help` shows")));
+  EXPECT_EQ(run({"call", "oec.List", "--repeat", "0"}).err,
+            "kestroctl call: --repeat: a number is expected, 1 or more\n"
+            "`kestroctl call --help` shows how it is used.\n");
+  EXPECT_THAT(run({"describe"}).err, StartsWith("kestroctl describe: METHOD is required\n"));
+  EXPECT_THAT(run({"bench", "--requests", "none"}).err,
+              StartsWith("kestroctl bench: --requests: a number is expected, 1 or more\n"));
 }
 
 TEST_F(Kestroctl, EndsQuietlyWhenNobodyReadsOn) {
