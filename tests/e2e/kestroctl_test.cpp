@@ -470,11 +470,13 @@ TEST_F(Kestroctl, ExplainAJsonRpcCode) {
 }
 
 TEST_F(Kestroctl, ExplainWhatIsUnknown) {
-  for (const char* code : {"-78", "-81", "-82", "-1000", "-32017", "-2147483648"}) {
+  for (const std::string code : {"-78", "-81", "-82", "-1000", "-32017", "-2147483648"}) {
     const auto ended = run({"explain", code});
     EXPECT_EQ(ended.status, 1) << code;
-    EXPECT_THAT(ended.err, HasSubstr(std::string("has the number ") + code)) << code;
+    EXPECT_THAT(ended.err, StartsWith("kestroctl: " + code + " is no code; ")) << code;
   }
+  EXPECT_EQ(run({"explain", "12345"}).err,
+            "kestroctl: neither 12345 nor -12345 is a code; `kestroctl explain` lists all that there are\n");
   EXPECT_EQ(run({"explain", "six"}).status, 2);
   EXPECT_THAT(run({"explain"}).out, AllOf(HasSubstr("  -80    Failed to apply"), HasSubstr("  -32700 Parse error\n")));
 }
