@@ -583,8 +583,11 @@ TEST_F(Kestroctl, WrongUsageIsNamed) {
             "kestroctl call: --repeat: a number is expected, 1 or more\n"
             "`kestroctl call --help` shows how it is used.\n");
   EXPECT_THAT(run({"describe"}).err, StartsWith("kestroctl describe: METHOD is required\n"));
-  EXPECT_THAT(run({"bench", "--requests", "none"}).err,
-              StartsWith("kestroctl bench: --requests: a number is expected, 1 or more\n"));
+  for (const Words& arguments :
+       {Words{"bench", "--requests", "none"}, Words{"monitor", "--limit", "0"}, Words{"monitor", "--limit", "-1"}}) {
+    EXPECT_THAT(run(arguments).err,
+                StartsWith("kestroctl " + arguments[0] + ": " + arguments[1] + ": a number is expected, 1 or more\n"));
+  }
 }
 
 TEST_F(Kestroctl, EndsQuietlyWhenNobodyReadsOn) {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <utility>
 
+#include "common/options.hpp"
 #include "kestroctl/bus_tap.hpp"
 #include "kestroctl/mask.hpp"
 #include "kestroctl/output.hpp"
@@ -28,7 +29,7 @@ struct Options {
   std::string method = "*";
   std::string channel;
   bool json = false;
-  uint64_t limit = 0;
+  uint64_t limit = 0;  // none where 0
 };
 
 enum class Kind { Request, Response, Notification, Junk };
@@ -245,7 +246,9 @@ void add_monitor(CommandLine& line) {
                   "only this: config, hardware, events, cache, reply, or a channel's own name")
       ->type_name("NAME");
   verb.add_flag("--json", options->json, "one JSON object in each line");
-  verb.add_option("--limit", options->limit, "end after so many lines")->type_name("N");
+  verb.add_option("--limit", options->limit, "end after so many lines; never, unless given")
+      ->check(daemons::at_least(1))
+      ->type_name("N");
 }
 
 }  // namespace kestro::ctl
