@@ -16,6 +16,7 @@ echo "demo: kestro-simd, kestro-configd and kestro-routerd run in $appliance"
 echo
 
 if ! STATS=$appliance_stats "$root/scripts/play.sh" "$root/examples/appliance.session"; then
+  appliance_failed=yes
   echo "demo: the ends of the logs:" >&2
   tail -n 20 "$appliance"/*.log >&2
   exit 1

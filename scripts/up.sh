@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs the appliance - simulated hardware, configuration service, router - until Control-C. Leaves nothing behind.
+# Runs the appliance - simulated hardware, configuration service, router - until Control-C. Leaves nothing behind, but
+# for the logs where one of them dies.
 # Usage: up.sh BUILD_DIRECTORY
 set -euo pipefail
 
