@@ -19,7 +19,10 @@ appliance_failed= # set here when a program dies or does not answer, and by whoe
 declare -A appliance_pids=() # by program
 
 appliance_start() {
-  local build=$1
+  local build=$1 program
+  for program in daemons/{simd/kestro-simd,configd/kestro-configd,routerd/kestro-routerd} tools/kestroctl/kestroctl; do
+    [ -x "$build/$program" ] || { echo "there is no $build/$program; \`make build\` builds it" >&2; return 1; }
+  done
   PATH=$(cd "$build/tools/kestroctl" && pwd):$PATH
   appliance=$(mktemp -d "${TMPDIR:-/tmp}/kestro-XXXXXX")
   appliance_stats=/${appliance##*/}

@@ -3,6 +3,7 @@
 # Usage: demo.sh BUILD_DIRECTORY
 set -euo pipefail
 
+[ $# -eq 1 ] || { echo "usage: demo.sh BUILD_DIRECTORY" >&2; exit 2; }
 root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/appliance.sh"
 trap appliance_stop EXIT

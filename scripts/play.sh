@@ -12,6 +12,7 @@
 # other lines. An empty line, or the next command, ends what is expected.
 set -euo pipefail
 
+[ $# -eq 1 ] || { echo "usage: play.sh SESSION" >&2; exit 2; }
 mapfile -t lines <"$1"
 scratch=$(mktemp -d)
 background=

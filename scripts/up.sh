@@ -4,6 +4,7 @@
 # Usage: up.sh BUILD_DIRECTORY
 set -euo pipefail
 
+[ $# -eq 1 ] || { echo "usage: up.sh BUILD_DIRECTORY" >&2; exit 2; }
 root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/appliance.sh"
 trap appliance_stop EXIT

@@ -139,6 +139,22 @@ TEST_F(Up, KeepsTheLogsWhenAProgramEnds) {
   EXPECT_FALSE(std::filesystem::exists("/dev/shm" + find("stats --name (\\S+)")));
 }
 
+TEST(Scripts, TellHowTheyAreUsed) {
+  for (const char* name : {"up.sh", "demo.sh", "play.sh", "check_units.sh"}) {
+    Process without_arguments({script(name)});
+    EXPECT_EQ(without_arguments.wait(), 2) << name;
+    EXPECT_THAT(without_arguments.err(), testing::StartsWith("usage: " + std::string(name) + " ")) << name;
+  }
+}
+
+TEST(Scripts, TellWhatIsNotBuilt) {
+  const TempDir dir;
+  Process up({script("up.sh"), "/nowhere"}, {"TMPDIR=" + dir.path().string()});
+  EXPECT_EQ(up.wait(), 1);
+  EXPECT_EQ(up.err(), "there is no /nowhere/daemons/simd/kestro-simd; `make build` builds it\n");
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
 // ---- The demonstration ----
 
 TEST(Demo, LeavesNothingBehind) {
