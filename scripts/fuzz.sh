@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets and runs each for a while, two on each core at once. New inputs go to build/fuzz/corpus/TARGET and are
-# taken up again by the next run; inputs that break something go to build/fuzz/crashes.
+# Builds the fuzz targets and runs each for a while, two on each core at once. New inputs go to build/fuzz/corpus/TARGET
+# and are taken up again by the next run; inputs that break something go to build/fuzz/crashes.
 # Usage: fuzz.sh [SECONDS_PER_TARGET [TARGET...]]
 set -euo pipefail
 
@@ -21,7 +21,7 @@ run() {
     printf '%-14s %10s executions, %5s edges\n' "$target" "$(stat_of executed_units "$log")" \
       "$(grep -ao 'cov: [0-9]*' "$log" | tail -n 1 | cut -d' ' -f2)"
   else
-    printf '%-14s BROKEN: %s\n' "$target" "$(grep -aoE 'broken: .*|SUMMARY: .*' "$log" | head -n 1)"
+    printf '%-14s BROKEN: %s (%s)\n' "$target" "$(grep -aoE 'broken: .*|SUMMARY: .*' "$log" | head -n 1)" "$log"
     grep -ao "$build/crashes/$target-[a-z]*-[0-9a-f]*" "$log" | sort -u | sed "s|^|    reproduce: $build/fuzz/${target}_fuzz |"
     return 1
   fi
@@ -35,6 +35,15 @@ if [ "${run_one:-}" ]; then
   run "$1"
   exit
 fi
+
+usage() {
+  echo "fuzz.sh: $1; usage: fuzz.sh [SECONDS_PER_TARGET [TARGET...]]" >&2
+  exit 2
+}
+[[ $seconds =~ ^[1-9][0-9]*$ ]] || usage "no number of seconds: $seconds"
+for target in "$@"; do
+  [ -e "fuzz/${target}_fuzz.cpp" ] || usage "no target: $target"
+done
 
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --parallel "$(nproc)"
