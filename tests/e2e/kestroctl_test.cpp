@@ -24,6 +24,7 @@ namespace {
 
 using testing::AllOf;
 using testing::ContainsRegex;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -165,7 +166,9 @@ TEST_F(Kestroctl, CallTellsAnError) {
             "  message  The given Port ID is invalid.\n"
             "  data     {\"ports\":[\"c1-1\",\"d1\"],\"asked\":\"c9-9\"}\n"
             "  more     `kestroctl explain -32030`\n");
-  EXPECT_THAT(ctl({"call", "ports.Get"}).err, HasSubstr("\n  because  port_id: a text is expected\n"));
+  EXPECT_THAT(ctl({"call", "ports.Get"}).err, EndsWith("\n  because  port_id: a text is expected\n"
+                                                       "  look at  `kestroctl describe ports.Get`: what it wants\n"));
+  EXPECT_THAT(ctl({"call", "ports.Fly"}).err, EndsWith("\n  look at  `kestroctl list`: the methods that there are\n"));
 }
 
 TEST_F(Kestroctl, CallSaysWhatIsWrongWithParameters) {
@@ -406,7 +409,8 @@ TEST_F(Kestroctl, StatsAgainEachSecond) {
 TEST_F(Kestroctl, StatsOfNoRouter) {
   const auto ended = ctl({"stats", "--name", unit().stats_name() + "-none"});
   EXPECT_EQ(ended.status, 4);
-  EXPECT_THAT(ended.err, HasSubstr("No such file or directory; does kestro-routerd run?"));
+  EXPECT_THAT(ended.err,
+              HasSubstr("No such file or directory; does kestro-routerd run, and is this its --stats-name?"));
 }
 
 // ---- log ----
@@ -561,6 +565,7 @@ TEST_F(Kestroctl, HelpIsToBeHadEverywhere) {
     const auto of_verb = run({verb, "--help"});
     EXPECT_EQ(of_verb.status, 0) << verb;
     EXPECT_THAT(of_verb.out, HasSubstr(std::string("Examples:\n  kestroctl ") + verb)) << verb;
+    EXPECT_THAT(of_verb.out, HasSubstr("\n`kestroctl --help` shows the options of all verbs")) << verb;
     EXPECT_THAT(help.out, HasSubstr(std::string("\n  ") + verb + " ")) << verb;
   }
   EXPECT_THAT(run({"--version"}).out, StartsWith("kestroctl "));

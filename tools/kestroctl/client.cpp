@@ -18,6 +18,8 @@ namespace kestro::ctl {
 
 namespace {
 
+constexpr int32_t invalid_parameters = -32602;
+
 using Clock = std::chrono::steady_clock;
 
 class Connection {
@@ -193,6 +195,10 @@ void tell_error(const std::string& method, const Answer& answer) {
     tell("look at  ", "the service's log: it is down, stuck, or slower than the router waits for this method");
   } else if (answer.code() == jrpc_code::busy) {
     tell("look at  ", "`kestroctl stats`: requests in flight, or maintenance");
+  } else if (answer.code() == jrpc_code::method_not_found) {
+    tell("look at  ", "`kestroctl list`: the methods that there are");
+  } else if (answer.code() == invalid_parameters) {
+    tell("look at  ", "`kestroctl describe " + tame(method) + "`: what it wants");
   } else {
     tell("more     ", "`kestroctl explain " + code + "`");
   }

@@ -246,7 +246,7 @@ void add_monitor(CommandLine& line) {
                   "only this: config, hardware, events, cache, reply, or a channel's own name")
       ->type_name("NAME");
   verb.add_flag("--json", options->json, "one JSON object in each line");
-  verb.add_option("--limit", options->limit, "end after so many lines; never, unless given")
+  verb.add_option("--limit", options->limit, "end after so many lines; without it only Control-C ends it")
       ->check(daemons::at_least(1))
       ->type_name("N");
 }
