@@ -16,6 +16,7 @@
 #include "support/bus.hpp"
 #include "support/json.hpp"
 #include "support/process.hpp"
+#include "support/stream.hpp"
 #include "support/temp_dir.hpp"
 #include "support/terminal.hpp"
 
@@ -30,6 +31,8 @@ using testing::Not;
 using testing::StartsWith;
 
 using Words = std::vector<std::string>;
+
+constexpr int server_queue = 10;  // of the library's sockets; the system takes one more
 
 struct Ended {
   int status;
@@ -188,6 +191,15 @@ TEST_F(Kestroctl, CallTellsThatNoAnswerCame) {
   const auto impatient = ctl({"call", "events.Slow", "--timeout", "0.05"});
   EXPECT_EQ(impatient.status, 3);
   EXPECT_THAT(impatient.err, HasSubstr("within 0.05 s"));
+}
+
+TEST_F(Kestroctl, CallDoesNotQueueForEver) {
+  const StreamServer nobody_accepts;
+  std::vector<StreamClient> before;
+  for (int i = 0; i <= server_queue; ++i) before.emplace_back(nobody_accepts);
+  const auto ended = run({"--socket", nobody_accepts.path(), "call", "ports.Get", "--timeout", "0.9999999"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("no answer from " + nobody_accepts.path()));
 }
 
 TEST_F(Kestroctl, CallTellsThatItCannotConnect) {

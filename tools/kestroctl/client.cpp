@@ -7,7 +7,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cmath>
 #include <cstring>
 #include <string_view>
 
@@ -31,8 +30,8 @@ class Connection {
     const SocketAddress address(router);
     socket_ = Descriptor(::socket(address.get()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     // Also bounds the connect; afterwards poll() does, which looks at the deadline.
-    const auto whole = std::floor(patience.count());
-    const timeval limit{static_cast<time_t>(whole), static_cast<suseconds_t>((patience.count() - whole) * 1e6) + 1};
+    const auto microseconds = std::chrono::ceil<std::chrono::microseconds>(patience).count();
+    const timeval limit{microseconds / 1'000'000, microseconds % 1'000'000};
     setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     if (::connect(socket_.get(), address.get(), address.size) != 0) fail_to_connect(errno);
   }
