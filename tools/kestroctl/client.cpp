@@ -65,12 +65,7 @@ class Connection {
     throw Failure(Exit::CannotConnect, "cannot connect to " + router_.text() + ": " + strerror(error) + hint);
   }
   [[noreturn]] void give_up() const {
-    throw Failure(Exit::NoAnswer, "no answer from " + router_.text() + " within " + time_text(patience_));
-  }
-  static std::string time_text(Seconds time) {
-    std::array<char, 32> text{};
-    snprintf(text.data(), text.size(), "%g s", time.count());
-    return text.data();
+    throw Failure(Exit::NoAnswer, "no answer from " + router_.text() + " within " + format("%g s", patience_.count()));
   }
   void await(short events) {
     pollfd wanted{socket_.get(), events, 0};
@@ -86,12 +81,12 @@ class Connection {
   Descriptor socket_;
 };
 
+}  // namespace
+
 std::string text_member(const json_t* object, const char* name) {
   const char* const text = json_string_value(json_object_get(object, name));
   return text != nullptr ? text : "";
 }
-
-}  // namespace
 
 std::string RouterAddress::text() const {
   return port != 0 ? "127.0.0.1:" + std::to_string(port) : socket;
