@@ -18,8 +18,9 @@ constexpr std::string_view secret_words[] = {
 
 bool names_secret(std::string_view member) {
   std::string letters;
-  for (const unsigned char c : member) {
-    if (std::isalnum(c) != 0) letters += static_cast<char>(std::tolower(c));
+  for (const char c : member) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) != 0) letters += static_cast<char>(std::tolower(byte));
   }
   return std::any_of(std::begin(secret_words), std::end(secret_words),
                      [&](std::string_view word) { return letters.find(word) != std::string::npos; });
