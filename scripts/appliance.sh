@@ -1,13 +1,13 @@
-# The whole appliance - simulated hardware, configuration service, router - in a temporary directory and on free loopback
-# ports. To be sourced.
+# The whole appliance - simulated hardware, configuration service, router - in a temporary directory and on free
+# loopback ports. To be sourced.
 #
 #   appliance_start BUILD_DIRECTORY    starts it and returns once every part of it answers
 #   appliance_stop                     ends it and removes what it left; harmless where nothing was started. Where
 #                                      $appliance_failed is set, the directory stays, and this says where it is
 #
-# More options for the programs may be put into the arrays below before. Started, there are $appliance (the directory, with
-# a log of each program) and $appliance_stats (the variable of the router's counters); KESTRO_SOCKET and KESTRO_BUS, which
-# kestroctl looks at, are exported; and PATH leads to kestroctl.
+# More options for the programs may be put into the arrays below before. Started, there are $appliance (the directory,
+# with a log of each program) and $appliance_stats (the variable of the router's counters); KESTRO_SOCKET and
+# KESTRO_BUS, which kestroctl looks at, are exported; and PATH leads to kestroctl.
 # shellcheck shell=bash
 
 simd_options=()

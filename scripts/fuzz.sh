@@ -22,7 +22,8 @@ run() {
       "$(grep -ao 'cov: [0-9]*' "$log" | tail -n 1 | cut -d' ' -f2)"
   else
     printf '%-14s BROKEN: %s (%s)\n' "$target" "$(grep -aoE 'broken: .*|SUMMARY: .*' "$log" | head -n 1)" "$log"
-    grep -ao "$build/crashes/$target-[a-z]*-[0-9a-f]*" "$log" | sort -u | sed "s|^|    reproduce: $build/fuzz/${target}_fuzz |"
+    grep -ao "$build/crashes/$target-[a-z]*-[0-9a-f]*" "$log" | sort -u |
+      sed "s|^|    reproduce: $build/fuzz/${target}_fuzz |"
     return 1
   fi
 }

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Plays a session: runs its commands, shows them with what they say, and fails when they say something else than expected.
+# Plays a session: runs its commands, shows them with what they say, and fails when they say something else than
+# expected.
 # Usage: play.sh SESSION
 #
 #   # Text for the reader.
