@@ -1,12 +1,13 @@
-# The whole appliance - simulated hardware, configuration service, router - in a temporary directory and on free loopback
-# ports. To be sourced.
+# The whole appliance - simulated hardware, configuration service, router - in a temporary directory and on free
+# loopback ports. To be sourced.
 #
 #   appliance_start BUILD_DIRECTORY    starts it and returns once every part of it answers
-#   appliance_stop                     ends it and removes what it left; harmless where nothing was started
+#   appliance_stop                     ends it and removes what it left; harmless where nothing was started. Where
+#                                      $appliance_failed is set, the directory stays, and this says where it is
 #
-# More options for the programs may be put into the arrays below before. Started, there are $appliance (the directory, with
-# a log of each program) and $appliance_stats (the variable of the router's counters); KESTRO_SOCKET and KESTRO_BUS, which
-# kestroctl looks at, are exported; and PATH leads to kestroctl.
+# More options for the programs may be put into the arrays below before. Started, there are $appliance (the directory,
+# with a log of each program) and $appliance_stats (the variable of the router's counters); KESTRO_SOCKET and
+# KESTRO_BUS, which kestroctl looks at, are exported; and PATH leads to kestroctl.
 # shellcheck shell=bash
 
 simd_options=()
@@ -14,10 +15,14 @@ configd_options=()
 routerd_options=()
 appliance=
 appliance_stats=
+appliance_failed= # set here when a program dies or does not answer, and by whoever finds more
 declare -A appliance_pids=() # by program
 
 appliance_start() {
-  local build=$1
+  local build=$1 program
+  for program in daemons/{simd/kestro-simd,configd/kestro-configd,routerd/kestro-routerd} tools/kestroctl/kestroctl; do
+    [ -x "$build/$program" ] || { echo "there is no $build/$program; \`make build\` builds it" >&2; return 1; }
+  done
   PATH=$(cd "$build/tools/kestroctl" && pwd):$PATH
   appliance=$(mktemp -d "${TMPDIR:-/tmp}/kestro-XXXXXX")
   appliance_stats=/${appliance##*/}
@@ -43,20 +48,42 @@ appliance_stop() {
   for pid in "${appliance_pids[@]}"; do kill "$pid" 2>/dev/null || true; done
   for pid in "${appliance_pids[@]}"; do _await_end "$pid"; done
   appliance_pids=()
-  [ -z "$appliance" ] || rm -rf "$appliance"
+  [ -z "$appliance" ] || _clear_away
   appliance=
 }
 
-# Names each program that runs no more, with what it last said, details aside. Succeeds when there is one.
+# Names each program that runs no more, with how it ended and what it last said, details aside. Succeeds when there is
+# one.
 appliance_tell_dead() {
-  local program dead=1
+  local program status dead=1
   for program in "${!appliance_pids[@]}"; do
     kill -0 "${appliance_pids[$program]}" 2>/dev/null && continue
     dead=0
-    echo "$program has ended; its last words:" >&2
+    appliance_failed=yes
+    status=0
+    wait "${appliance_pids[$program]}" 2>/dev/null || status=$?
+    unset "appliance_pids[$program]"
+    echo "$program $(_end_of "$status"); its last words:" >&2
     grep -v '\] \[DEBG\] \[' "$appliance/$program.log" | tail -n 5 >&2 || true
   done
   return $dead
+}
+
+_end_of() { # STATUS
+  if [ "$1" -gt 128 ]; then
+    echo "was ended by SIG$(kill -l "$1")"
+  else
+    echo "has ended with exit status $1"
+  fi
+}
+
+_clear_away() {
+  rm -f "/dev/shm$appliance_stats" # of a router that was killed
+  if [ -n "$appliance_failed" ]; then
+    echo "the logs are kept: $appliance/*.log" >&2
+  else
+    rm -rf "$appliance"
+  fi
 }
 
 _launch() { # PROGRAM DIRECTORY OPTION...
@@ -103,7 +130,8 @@ _await_answers() {
     ! appliance_tell_dead || return 1
     sleep 0.1
   done
-  echo "no answer from the services; the logs:" >&2
+  appliance_failed=yes
+  echo "no answer from the services; the ends of the logs:" >&2
   tail -n 20 "$appliance"/*.log >&2
   return 1
 }

@@ -3,6 +3,7 @@
 # Usage: check_units.sh BUILD_DIRECTORY
 set -euo pipefail
 
+[ $# -eq 1 ] || { echo "usage: check_units.sh BUILD_DIRECTORY" >&2; exit 2; }
 highest_exposure=20 # tenths
 build=$(cd "$1" && pwd)
 cd "$(dirname "$0")/.."

@@ -3,6 +3,7 @@
 # Usage: demo.sh BUILD_DIRECTORY
 set -euo pipefail
 
+[ $# -eq 1 ] || { echo "usage: demo.sh BUILD_DIRECTORY" >&2; exit 2; }
 root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/appliance.sh"
 trap appliance_stop EXIT
@@ -16,6 +17,7 @@ echo "demo: kestro-simd, kestro-configd and kestro-routerd run in $appliance"
 echo
 
 if ! STATS=$appliance_stats "$root/scripts/play.sh" "$root/examples/appliance.session"; then
+  appliance_failed=yes
   echo "demo: the ends of the logs:" >&2
   tail -n 20 "$appliance"/*.log >&2
   exit 1

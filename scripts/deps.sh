@@ -19,7 +19,7 @@ packages=(
   gnuplot-nox
 )
 if [ "${1:-}" = bench ]; then
-  packages+=(libsystemd-dev dbus-daemon dbus-broker redis-server libhiredis-dev)
+  packages+=(dbus-daemon dbus-broker redis-server libhiredis-dev)
 fi
 
 missing=()

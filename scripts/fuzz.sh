@@ -22,8 +22,9 @@ run() {
     printf '%-14s %10s executions, %5s edges\n' "$target" "$(stat_of executed_units "$log")" \
       "$(grep -ao 'cov: [0-9]*' "$log" | tail -n 1 | cut -d' ' -f2)"
   else
-    printf '%-14s BROKEN: %s\n' "$target" "$(grep -aoE 'broken: .*|SUMMARY: .*' "$log" | head -n 1)"
-    grep -ao "$build/crashes/$target-[a-z]*-[0-9a-f]*" "$log" | sort -u | sed "s|^|    reproduce: $programs/${target}_fuzz |"
+    printf '%-14s BROKEN: %s (%s)\n' "$target" "$(grep -aoE 'broken: .*|SUMMARY: .*' "$log" | head -n 1)" "$log"
+    grep -ao "$build/crashes/$target-[a-z]*-[0-9a-f]*" "$log" | sort -u |
+      sed "s|^|    reproduce: $programs/${target}_fuzz |"
     return 1
   fi
 }
@@ -36,6 +37,15 @@ if [ "${run_one:-}" ]; then
   run "$1"
   exit
 fi
+
+usage() {
+  echo "fuzz.sh: $1; usage: fuzz.sh [SECONDS_PER_TARGET [TARGET...]]" >&2
+  exit 2
+}
+[[ $seconds =~ ^[1-9][0-9]*$ ]] || usage "no number of seconds: $seconds"
+for target in "$@"; do
+  [ -e "fuzz/${target}_fuzz.cpp" ] || usage "no target: $target"
+done
 
 cmake --preset asan >/dev/null
 cmake --build --preset fuzz --parallel "$(nproc)"

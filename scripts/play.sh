@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Plays a session: runs its commands, shows them with what they say, and fails when they say something else than expected.
+# Plays a session: runs its commands, shows them with what they say, and fails when they say something else than
+# expected.
 # Usage: play.sh SESSION
 #
 #   # Text for the reader.
@@ -12,6 +13,7 @@
 # other lines. An empty line, or the next command, ends what is expected.
 set -euo pipefail
 
+[ $# -eq 1 ] || { echo "usage: play.sh SESSION" >&2; exit 2; }
 mapfile -t lines <"$1"
 scratch=$(mktemp -d)
 background=

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Runs the appliance - simulated hardware, configuration service, router - until Control-C. Leaves nothing behind.
+# Runs the appliance - simulated hardware, configuration service, router - until Control-C. Leaves nothing behind, but
+# for the logs where one of them dies.
 # Usage: up.sh BUILD_DIRECTORY
 set -euo pipefail
 
+[ $# -eq 1 ] || { echo "usage: up.sh BUILD_DIRECTORY" >&2; exit 2; }
 root=$(cd "$(dirname "$0")/.." && pwd)
 . "$root/scripts/appliance.sh"
 trap appliance_stop EXIT

@@ -16,6 +16,13 @@ std::string check_bus_address(const std::string& address) {
   return {};
 }
 
+// The program, with the verb that was given.
+std::string name_as_typed(const CLI::App& program) {
+  std::string name = program.get_name();
+  for (const auto* const verb : program.get_subcommands()) name += " " + verb->get_name();
+  return name;
+}
+
 }  // namespace
 
 CLI::Validator bus_address() {
@@ -34,6 +41,10 @@ CLI::Validator at_least(uint64_t lowest) {
 void add_basics(CLI::App& app) {
   app.set_version_flag("--version", app.get_name() + " " KESTRO_VERSION);
   app.get_formatter()->column_width(34);
+  app.failure_message([](const CLI::App* program, const CLI::Error& failure) {
+    const auto name = name_as_typed(*program);
+    return name + ": " + failure.what() + "\n`" + name + " --help` shows how it is used.\n";
+  });
 }
 
 void add_bus_options(CLI::App& app, BusAddresses& bus, const std::string& publishes, const std::string& subscribes) {

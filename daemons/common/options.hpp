@@ -17,7 +17,8 @@ CLI::Validator bus_address();
 // Accepts whole numbers from `lowest` on.
 CLI::Validator at_least(uint64_t lowest);
 
-// --version, and a help of even columns.
+// --version, a help of even columns, and the name of the program, with its verb, before what is wrong with a command
+// line.
 void add_basics(CLI::App& app);
 
 // --bus-publish and --bus-subscribe; the texts say what travels there.

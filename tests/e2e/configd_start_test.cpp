@@ -29,7 +29,7 @@ TEST_P(ConfigdCommandLine, EndsWithItsStatus) {
 const CommandLine command_lines[] = {
     {"Help", {"--help"}, 0, "Example:"},
     {"Version", {"--version"}, 0, "kestro-configd " KESTRO_VERSION},
-    {"Nothing", {}, 2, "--bus-publish is required"},
+    {"Nothing", {}, 2, "kestro-configd: --bus-publish is required\n"},
     {"NoBusAddress", {"--bus-publish", "here", "--bus-subscribe", "tcp://127.0.0.1:1"}, 2, "a bus address looks like"},
     {"TimeOutOfNothing",
      {"--bus-publish", "tcp://127.0.0.1:1", "--bus-subscribe", "tcp://127.0.0.1:2", "--hardware-timeout", "0"},

@@ -16,6 +16,7 @@
 #include "support/bus.hpp"
 #include "support/json.hpp"
 #include "support/process.hpp"
+#include "support/stream.hpp"
 #include "support/temp_dir.hpp"
 #include "support/terminal.hpp"
 
@@ -24,11 +25,14 @@ namespace {
 
 using testing::AllOf;
 using testing::ContainsRegex;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
 using Words = std::vector<std::string>;
+
+constexpr int server_queue = 10;  // of the library's sockets; the system takes one more
 
 struct Ended {
   int status;
@@ -165,7 +169,9 @@ TEST_F(Kestroctl, CallTellsAnError) {
             "  message  The given Port ID is invalid.\n"
             "  data     {\"ports\":[\"c1-1\",\"d1\"],\"asked\":\"c9-9\"}\n"
             "  more     `kestroctl explain -32030`\n");
-  EXPECT_THAT(ctl({"call", "ports.Get"}).err, HasSubstr("\n  because  port_id: a text is expected\n"));
+  EXPECT_THAT(ctl({"call", "ports.Get"}).err, EndsWith("\n  because  port_id: a text is expected\n"
+                                                       "  look at  `kestroctl describe ports.Get`: what it wants\n"));
+  EXPECT_THAT(ctl({"call", "ports.Fly"}).err, EndsWith("\n  look at  `kestroctl list`: the methods that there are\n"));
 }
 
 TEST_F(Kestroctl, CallSaysWhatIsWrongWithParameters) {
@@ -185,6 +191,15 @@ TEST_F(Kestroctl, CallTellsThatNoAnswerCame) {
   const auto impatient = ctl({"call", "events.Slow", "--timeout", "0.05"});
   EXPECT_EQ(impatient.status, 3);
   EXPECT_THAT(impatient.err, HasSubstr("within 0.05 s"));
+}
+
+TEST_F(Kestroctl, CallDoesNotQueueForEver) {
+  const StreamServer nobody_accepts;
+  std::vector<StreamClient> before;
+  for (int i = 0; i <= server_queue; ++i) before.emplace_back(nobody_accepts);
+  const auto ended = run({"--socket", nobody_accepts.path(), "call", "ports.Get", "--timeout", "0.9999999"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("no answer from " + nobody_accepts.path()));
 }
 
 TEST_F(Kestroctl, CallTellsThatItCannotConnect) {
@@ -406,7 +421,8 @@ TEST_F(Kestroctl, StatsAgainEachSecond) {
 TEST_F(Kestroctl, StatsOfNoRouter) {
   const auto ended = ctl({"stats", "--name", unit().stats_name() + "-none"});
   EXPECT_EQ(ended.status, 4);
-  EXPECT_THAT(ended.err, HasSubstr("No such file or directory; does kestro-routerd run?"));
+  EXPECT_THAT(ended.err,
+              HasSubstr("No such file or directory; does kestro-routerd run, and is this its --stats-name?"));
 }
 
 // ---- log ----
@@ -470,11 +486,13 @@ TEST_F(Kestroctl, ExplainAJsonRpcCode) {
 }
 
 TEST_F(Kestroctl, ExplainWhatIsUnknown) {
-  for (const char* code : {"-78", "-81", "-82", "-1000", "-32017", "-2147483648"}) {
+  for (const std::string code : {"-78", "-81", "-82", "-1000", "-32017", "-2147483648"}) {
     const auto ended = run({"explain", code});
     EXPECT_EQ(ended.status, 1) << code;
-    EXPECT_THAT(ended.err, HasSubstr(std::string("has the number ") + code)) << code;
+    EXPECT_THAT(ended.err, StartsWith("kestroctl: " + code + " is no code; ")) << code;
   }
+  EXPECT_EQ(run({"explain", "12345"}).err,
+            "kestroctl: neither 12345 nor -12345 is a code; `kestroctl explain` lists all that there are\n");
   EXPECT_EQ(run({"explain", "six"}).status, 2);
   EXPECT_THAT(run({"explain"}).out, AllOf(HasSubstr("  -80    Failed to apply"), HasSubstr("  -32700 Parse error\n")));
 }
@@ -559,6 +577,7 @@ TEST_F(Kestroctl, HelpIsToBeHadEverywhere) {
     const auto of_verb = run({verb, "--help"});
     EXPECT_EQ(of_verb.status, 0) << verb;
     EXPECT_THAT(of_verb.out, HasSubstr(std::string("Examples:\n  kestroctl ") + verb)) << verb;
+    EXPECT_THAT(of_verb.out, HasSubstr("\n`kestroctl --help` shows the options of all verbs")) << verb;
     EXPECT_THAT(help.out, HasSubstr(std::string("\n  ") + verb + " ")) << verb;
   }
   EXPECT_THAT(run({"--version"}).out, StartsWith("kestroctl "));
@@ -575,11 +594,17 @@ TEST_F(Kestroctl, WrongUsageIsTold) {
 }
 
 TEST_F(Kestroctl, WrongUsageIsNamed) {
-  EXPECT_THAT(run({}).err, StartsWith("A verb is required\n"));
-  EXPECT_THAT(run({"fly"}).err, HasSubstr("fly\n"));
-  EXPECT_THAT(run({"call", "oec.List", "--repeat", "0"}).err,
-              StartsWith("--repeat: a number is expected, 1 or more\n"));
-  EXPECT_THAT(run({"bench", "--requests", "none"}).err, StartsWith("--requests: a number is expected, 1 or more\n"));
+  EXPECT_EQ(run({}).err, "kestroctl: a verb is required\n`kestroctl --help` shows how it is used.\n");
+  EXPECT_THAT(run({"fly"}).err, AllOf(StartsWith("kestroctl: "), HasSubstr(" fly\n`kestroctl --help` shows")));
+  EXPECT_EQ(run({"call", "oec.List", "--repeat", "0"}).err,
+            "kestroctl call: --repeat: a number is expected, 1 or more\n"
+            "`kestroctl call --help` shows how it is used.\n");
+  EXPECT_THAT(run({"describe"}).err, StartsWith("kestroctl describe: METHOD is required\n"));
+  for (const Words& arguments :
+       {Words{"bench", "--requests", "none"}, Words{"monitor", "--limit", "0"}, Words{"monitor", "--limit", "-1"}}) {
+    EXPECT_THAT(run(arguments).err,
+                StartsWith("kestroctl " + arguments[0] + ": " + arguments[1] + ": a number is expected, 1 or more\n"));
+  }
 }
 
 TEST_F(Kestroctl, EndsQuietlyWhenNobodyReadsOn) {

@@ -325,10 +325,10 @@ std::vector<std::string> sound_and(std::initializer_list<std::string> more) {
 }
 
 const Usage usages[] = {
-    {"Nothing", {}, "--bus-publish is required"},
+    {"Nothing", {}, "kestro-routerd: --bus-publish is required\n"},
     {"NoListener",
      {"--bus-publish", "tcp://127.0.0.1:10001", "--bus-subscribe", "tcp://127.0.0.1:10002"},
-     "--listen-unix or --listen-tcp is required"},
+     "kestro-routerd: --listen-unix or --listen-tcp is required\n"},
     {"UnknownOption", sound_and({"--fast"}), "--fast"},
     {"NotABusAddress", sound_and({"--bus-subscribe", "ipc:///tmp/x"}), "--bus-subscribe"},
     {"LongBusAddress", sound_and({"--bus-subscribe", "tcp://" + std::string(123, '1')}), "--bus-subscribe"},

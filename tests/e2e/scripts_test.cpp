@@ -77,10 +77,15 @@ INSTANTIATE_TEST_SUITE_P(Scripts, Play, testing::ValuesIn(sessions), name_of<Ses
 class Up : public testing::Test {
  protected:
   // What was started and still runs: nobody else has our directory in his command line.
-  [[nodiscard]] std::string running() const {
-    Process pgrep({"pgrep", "-f", directory_.path().string()});
+  [[nodiscard]] std::string running(const std::string& program = "") const {
+    Process pgrep({"pgrep", "-f", program + ".*" + directory_.path().string()});
     pgrep.wait();
     return pgrep.out();
+  }
+  void kill_program(const std::string& program) const {
+    const auto process = running(program);
+    ASSERT_THAT(process, Not(IsEmpty()));
+    kill(std::stoi(process), SIGKILL);
   }
   [[nodiscard]] bool is_up() const {
     return eventually([this] { return up_.out().find("Control-C ends it.") != std::string::npos; });
@@ -115,14 +120,39 @@ TEST_F(Up, TellsHowToCallItAndLeavesNothing) {
 
 TEST_F(Up, SaysWhichProgramEnded) {
   ASSERT_TRUE(is_up()) << up_.out() << up_.err();
-  Process pgrep({"pgrep", "-f", "kestro-configd .*" + directory_.path().string()});
-  ASSERT_EQ(pgrep.wait(), 0);
-  kill(std::stoi(pgrep.out()), SIGKILL);
+  ASSERT_NO_FATAL_FAILURE(kill_program("kestro-configd"));
   EXPECT_EQ(up_.wait(), 1);
-  EXPECT_THAT(up_.err(), HasSubstr("kestro-configd has ended; its last words:\n"));
-  EXPECT_THAT(up_.err(), Not(HasSubstr("kestro-simd has ended")));
-  EXPECT_TRUE(std::filesystem::is_empty(directory_.path()));
+  EXPECT_THAT(up_.err(), HasSubstr("kestro-configd was ended by SIGKILL; its last words:\n"));
+  EXPECT_THAT(up_.err(), Not(HasSubstr("kestro-simd")));
   EXPECT_THAT(running(), IsEmpty());
+}
+
+TEST_F(Up, KeepsTheLogsWhenAProgramEnds) {
+  ASSERT_TRUE(is_up()) << up_.out() << up_.err();
+  ASSERT_NO_FATAL_FAILURE(kill_program("kestro-routerd"));
+  EXPECT_EQ(up_.wait(), 1);
+  const auto logs = find("Logs: (\\S+)/\\*\\.log");
+  EXPECT_THAT(up_.err(), testing::EndsWith("the logs are kept: " + logs + "/*.log\n"));
+  for (const char* program : {"kestro-simd", "kestro-configd", "kestro-routerd"}) {
+    EXPECT_TRUE(std::filesystem::exists(logs + "/" + program + ".log")) << program;
+  }
+  EXPECT_FALSE(std::filesystem::exists("/dev/shm" + find("stats --name (\\S+)")));
+}
+
+TEST(Scripts, TellHowTheyAreUsed) {
+  for (const char* name : {"up.sh", "demo.sh", "play.sh", "check_units.sh"}) {
+    Process without_arguments({script(name)});
+    EXPECT_EQ(without_arguments.wait(), 2) << name;
+    EXPECT_THAT(without_arguments.err(), testing::StartsWith("usage: " + std::string(name) + " ")) << name;
+  }
+}
+
+TEST(Scripts, TellWhatIsNotBuilt) {
+  const TempDir dir;
+  Process up({script("up.sh"), "/nowhere"}, {"TMPDIR=" + dir.path().string()});
+  EXPECT_EQ(up.wait(), 1);
+  EXPECT_EQ(up.err(), "there is no /nowhere/daemons/simd/kestro-simd; `make build` builds it\n");
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
 // ---- The demonstration ----

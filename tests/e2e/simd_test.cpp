@@ -447,7 +447,7 @@ std::vector<std::string> on_the_bus(const std::vector<std::string>& more) {
 
 INSTANTIATE_TEST_SUITE_P(
     CommandLines, SimdUsage,
-    testing::Values(CommandLine{"NoBus", {}, "--bus-publish is required"},
+    testing::Values(CommandLine{"NoBus", {}, "kestro-simd: --bus-publish is required\n"},
                     CommandLine{"UnknownFault", on_the_bus({"--fault", "broken"}),
                                 "--fault: \"broken\" is none of offline, offline=SWITCH, silent, late=MILLISECONDS"},
                     CommandLine{"NoSeed", on_the_bus({"--seed", "x"}), "--seed"},

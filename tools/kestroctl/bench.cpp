@@ -38,13 +38,6 @@ void end_on_signals() {
   sigaction(SIGTERM, &action, nullptr);
 }
 
-template <class... Values>
-std::string format(const char* text, Values... values) {
-  char line[200];
-  snprintf(line, sizeof line, text, values...);
-  return line;
-}
-
 class ProgressBar {
  public:
   explicit ProgressBar(const Options& options) : options_(options), shown_(isatty(STDERR_FILENO) != 0) {}
@@ -102,7 +95,7 @@ void show(const Ledger& ledger) {
   if (ledger.latencies.count() == 0) return;
   print("latency in ms");
   const auto row = [](const char* name, Latencies::Time time) {
-    print(format("  %-16s%11.2f", name, std::chrono::duration<double, std::milli>(time).count()));
+    print(format("  %-16s%11.2f", name, milliseconds(time)));
   };
   row("min", ledger.latencies.smallest());
   for (const auto& [name, percent] : percentiles) row(name, ledger.latencies.percentile(percent));

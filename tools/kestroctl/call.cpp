@@ -49,10 +49,8 @@ Exit show(const Options& options, const std::string& text) {
 
 void tell_times(std::vector<double> milliseconds) {
   std::sort(milliseconds.begin(), milliseconds.end());
-  char text[120];
-  snprintf(text, sizeof text, "%zu calls: %.2f ms at best, %.2f in the middle, %.2f at worst", milliseconds.size(),
-           milliseconds.front(), milliseconds[milliseconds.size() / 2], milliseconds.back());
-  say(text);
+  say(format("%zu calls: %.2f ms at best, %.2f in the middle, %.2f at worst", milliseconds.size(), milliseconds.front(),
+             milliseconds[milliseconds.size() / 2], milliseconds.back()));
 }
 
 Exit run(const Common& common, const Options& options) {

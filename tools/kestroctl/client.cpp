@@ -7,7 +7,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cmath>
 #include <cstring>
 #include <string_view>
 
@@ -17,6 +16,8 @@
 namespace kestro::ctl {
 
 namespace {
+
+constexpr int32_t invalid_parameters = -32602;
 
 using Clock = std::chrono::steady_clock;
 
@@ -29,8 +30,8 @@ class Connection {
     const SocketAddress address(router);
     socket_ = Descriptor(::socket(address.get()->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     // Also bounds the connect; afterwards poll() does, which looks at the deadline.
-    const auto whole = std::floor(patience.count());
-    const timeval limit{static_cast<time_t>(whole), static_cast<suseconds_t>((patience.count() - whole) * 1e6) + 1};
+    const auto microseconds = std::chrono::ceil<std::chrono::microseconds>(patience).count();
+    const timeval limit{microseconds / 1'000'000, microseconds % 1'000'000};
     setsockopt(socket_.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     if (::connect(socket_.get(), address.get(), address.size) != 0) fail_to_connect(errno);
   }
@@ -64,12 +65,7 @@ class Connection {
     throw Failure(Exit::CannotConnect, "cannot connect to " + router_.text() + ": " + strerror(error) + hint);
   }
   [[noreturn]] void give_up() const {
-    throw Failure(Exit::NoAnswer, "no answer from " + router_.text() + " within " + time_text(patience_));
-  }
-  static std::string time_text(Seconds time) {
-    std::array<char, 32> text{};
-    snprintf(text.data(), text.size(), "%g s", time.count());
-    return text.data();
+    throw Failure(Exit::NoAnswer, "no answer from " + router_.text() + " within " + format("%g s", patience_.count()));
   }
   void await(short events) {
     pollfd wanted{socket_.get(), events, 0};
@@ -85,12 +81,12 @@ class Connection {
   Descriptor socket_;
 };
 
+}  // namespace
+
 std::string text_member(const json_t* object, const char* name) {
   const char* const text = json_string_value(json_object_get(object, name));
   return text != nullptr ? text : "";
 }
-
-}  // namespace
 
 std::string RouterAddress::text() const {
   return port != 0 ? "127.0.0.1:" + std::to_string(port) : socket;
@@ -193,6 +189,10 @@ void tell_error(const std::string& method, const Answer& answer) {
     tell("look at  ", "the service's log: it is down, stuck, or slower than the router waits for this method");
   } else if (answer.code() == jrpc_code::busy) {
     tell("look at  ", "`kestroctl stats`: requests in flight, or maintenance");
+  } else if (answer.code() == jrpc_code::method_not_found) {
+    tell("look at  ", "`kestroctl list`: the methods that there are");
+  } else if (answer.code() == invalid_parameters) {
+    tell("look at  ", "`kestroctl describe " + tame(method) + "`: what it wants");
   } else {
     tell("more     ", "`kestroctl explain " + code + "`");
   }

@@ -69,6 +69,9 @@ class Answer {
 // exchange() of a call without parameters, understood.
 Answer call(const RouterAddress& router, const std::string& method, json_t* params, Seconds patience);
 
+// A member of an object as text; empty where it is none.
+std::string text_member(const json_t* object, const char* name);
+
 // Tells an error answer on standard error.
 void tell_error(const std::string& method, const Answer& answer);
 

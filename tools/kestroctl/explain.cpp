@@ -19,7 +19,6 @@ namespace kestro::ctl {
 namespace {
 
 constexpr int32_t statuses = std::size(kestro_error_strings);
-constexpr int32_t first_jrpc_code = -32000;
 constexpr size_t code_width = 6;
 
 std::optional<int32_t> parse_code(const std::string& text) {
@@ -102,9 +101,9 @@ Exit run(const std::string& text) {
   } else if (text_of_status(*code) != nullptr) {
     explain_status(*code);
   } else {
-    const char* const kind = *code <= first_jrpc_code ? "JSON-RPC error" : "status";
-    throw Failure(Exit::Refused, std::string("no ") + kind + " has the number " + std::to_string(*code) +
-                                     "; `kestroctl explain` lists all that there are");
+    throw Failure(Exit::Refused,
+                  (text[0] == '-' ? text + " is no code" : "neither " + text + " nor -" + text + " is a code") +
+                      "; `kestroctl explain` lists all that there are");
   }
   return Exit::Done;
 }
@@ -117,7 +116,7 @@ void add_explain(CommandLine& line) {
       line, looking_up, "explain", "Say what a status or a JSON-RPC error code means", [code] { return run(*code); },
       "  kestroctl explain -6\n"
       "  kestroctl explain -32602\n");
-  verb.add_option("CODE", *code, "with or without its sign; none lists all")->type_name("");
+  verb.add_option("CODE", *code, "with or without its minus sign; none lists all")->type_name("");
 }
 
 }  // namespace kestro::ctl

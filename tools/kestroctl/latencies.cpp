@@ -39,4 +39,8 @@ Latencies::Time Latencies::percentile(double percent) const noexcept {
   return {};
 }
 
+double milliseconds(Latencies::Time time) noexcept {
+  return static_cast<double>(std::chrono::round<std::chrono::microseconds>(time).count()) / 1000;
+}
+
 }  // namespace kestro::ctl

@@ -34,6 +34,9 @@ class Latencies {
   Time largest_{};
 };
 
+// To the microsecond.
+double milliseconds(Latencies::Time time) noexcept;
+
 }  // namespace kestro::ctl
 
 #endif

@@ -32,11 +32,6 @@ json_t* number(uint64_t value) {
   return json_integer(static_cast<json_int_t>(value));
 }
 
-// To the microsecond.
-double milliseconds(Latencies::Time time) {
-  return static_cast<double>(std::chrono::round<std::chrono::microseconds>(time).count()) / 1000;
-}
-
 // The first number is random, so that answers to an earlier run do not pass for ours.
 int64_t random_number() {
   std::random_device device;

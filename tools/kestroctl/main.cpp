@@ -86,7 +86,7 @@ Exit run(int argc, char** argv) {
   add_common_options(line, verbose);
   add_verbs(line);
   daemons::parse_or_exit(line.app, argc, argv, [&line] {
-    if (line.app.get_subcommands().empty()) throw CLI::RequiredError("A verb");
+    if (line.app.get_subcommands().empty()) throw CLI::RequiredError("a verb");
   });
   _source = "kestroctl";
   _level = verbose ? KESTRO_LSYSLOG_LOGGING_LEVEL_VERBOSE : KESTRO_LSYSLOG_LOGGING_LEVEL_OFF;

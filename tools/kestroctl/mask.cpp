@@ -8,17 +8,22 @@ namespace kestro::ctl {
 
 namespace {
 
+// As they stand in a name once capitals and everything between the words are gone.
 constexpr std::string_view secret_words[] = {
-    "password", "passwd", "passphrase", "credential", "secret", "community", "token", "private_key", "privatekey",
+    "password", "passwd", "passphrase", "passcode",   "pwd",    "credential", "secret",      "community",
+    "token",    "psk",    "sharedkey",  "privatekey", "apikey", "authkey",    "cryptionkey",
 };
 
 }  // namespace
 
 bool names_secret(std::string_view member) {
-  std::string lower(member);
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+  std::string letters;
+  for (const char c : member) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) != 0) letters += static_cast<char>(std::tolower(byte));
+  }
   return std::any_of(std::begin(secret_words), std::end(secret_words),
-                     [&](std::string_view word) { return lower.find(word) != std::string::npos; });
+                     [&](std::string_view word) { return letters.find(word) != std::string::npos; });
 }
 
 void mask_secrets(json_t* value) {

@@ -11,7 +11,7 @@ namespace kestro::ctl {
 inline constexpr const char* masked = "***";
 
 // Whether a member of this name holds a secret: its name contains password, credential, secret and the like, in any
-// case.
+// spelling: PassWord, pass_word and pass-word, too.
 bool names_secret(std::string_view member);
 
 // Replaces the value of every such member, at any depth.

@@ -9,7 +9,9 @@
 #include <memory>
 #include <utility>
 
+#include "common/options.hpp"
 #include "kestroctl/bus_tap.hpp"
+#include "kestroctl/latencies.hpp"
 #include "kestroctl/mask.hpp"
 #include "kestroctl/output.hpp"
 #include "kestroctl/pairing.hpp"
@@ -28,7 +30,7 @@ struct Options {
   std::string method = "*";
   std::string channel;
   bool json = false;
-  uint64_t limit = 0;
+  uint64_t limit = 0;  // none where 0
 };
 
 enum class Kind { Request, Response, Notification, Junk };
@@ -63,28 +65,18 @@ Message understand(const BusTap::Frame& frame) {
   return message;
 }
 
-std::string now_text(const char* format) {
+std::string now_text(const char* pattern) {
   timeval now{};
   gettimeofday(&now, nullptr);
   tm local{};
   localtime_r(&now.tv_sec, &local);
   char date[40];
-  strftime(date, sizeof date, format, &local);
-  char text[48];
-  snprintf(text, sizeof text, "%s.%03u", date, static_cast<unsigned>(now.tv_usec / 1000) % 1000);
-  return text;
-}
-
-// To the microsecond.
-double milliseconds(Clock::duration time) {
-  return static_cast<double>(std::chrono::round<std::chrono::microseconds>(time).count()) / 1000;
+  strftime(date, sizeof date, pattern, &local);
+  return format("%s.%03u", date, static_cast<unsigned>(now.tv_usec / 1000) % 1000);
 }
 
 std::string latency_text(const Message& message) {
-  if (!message.latency) return "";
-  char text[32];
-  snprintf(text, sizeof text, "%.2f ms", milliseconds(*message.latency));
-  return text;
+  return message.latency ? format("%.2f ms", milliseconds(*message.latency)) : "";
 }
 
 std::string member_text(const Message& message, const char* name) {
@@ -245,7 +237,9 @@ void add_monitor(CommandLine& line) {
                   "only this: config, hardware, events, cache, reply, or a channel's own name")
       ->type_name("NAME");
   verb.add_flag("--json", options->json, "one JSON object in each line");
-  verb.add_option("--limit", options->limit, "end after so many lines")->type_name("N");
+  verb.add_option("--limit", options->limit, "end after so many lines; without it only Control-C ends it")
+      ->check(daemons::at_least(1))
+      ->type_name("N");
 }
 
 }  // namespace kestro::ctl

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -151,6 +152,15 @@ std::string paint(std::string_view text, Colour colour, Look look) {
 std::string json_text(const json_t* value, Look look) {
   if (!look.pretty) return dump(value, JSON_COMPACT | JSON_ENSURE_ASCII);
   return Printer(look).print(value);
+}
+
+std::string format(const char* text, ...) {
+  std::array<char, 256> line{};
+  va_list values;
+  va_start(values, text);
+  vsnprintf(line.data(), line.size(), text, values);
+  va_end(values);
+  return line.data();
 }
 
 std::string tame(std::string_view text) {

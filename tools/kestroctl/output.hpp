@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/owned.hpp"
+#include "kestro_general.h"
 
 namespace kestro::ctl {
 
@@ -29,6 +30,9 @@ std::string paint(std::string_view text, Colour colour, Look look);
 
 // A JSON text, without a line feed at its end. Compact ones are ASCII.
 std::string json_text(const json_t* value, Look look = {});
+
+// What printf() would print, at most 255 characters of it.
+std::string format(const char* text, ...) KESTRO_PRINTF(1, 2);
 
 // A text that others wrote, as one line that leaves a terminal alone: control characters become "?".
 std::string tame(std::string_view text);

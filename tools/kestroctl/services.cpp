@@ -31,11 +31,6 @@ bool travels_as(const char* one, const std::string& other) {
   return channel && other_channel && strcmp(channel.get(), other_channel.get()) == 0;
 }
 
-std::string text_member(const json_t* object, const char* name) {
-  const char* const text = json_string_value(json_object_get(object, name));
-  return text != nullptr ? text : "";
-}
-
 Parameter read_parameter(const json_t* parameter) {
   return {text_member(parameter, "name"), text_member(parameter, "type"), text_member(parameter, "description"),
           !json_is_false(json_object_get(parameter, "required"))};

@@ -1,6 +1,5 @@
 // kestroctl stats: what the router counts.
 
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <array>
@@ -39,7 +38,7 @@ Json read_counters(const std::string& name) {
     if (kestro_shm_get_string(name.c_str(), static_cast<int32_t>(text.size()), text.data()) != 0) {
       std::string message = "cannot read the counters " + name + ": ";
       message += strerror(errno);
-      message += errno == EACCES ? "; try it as root" : "; does kestro-routerd run?";
+      message += errno == EACCES ? "; try it as root" : "; does kestro-routerd run, and is this its --stats-name?";
       throw Failure(Exit::CannotConnect, message);
     }
     Json counters(json_loads(text.data(), 0, nullptr));

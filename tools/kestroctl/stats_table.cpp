@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace kestro::ctl {
 
@@ -21,13 +20,6 @@ json_int_t refused(const json_t* counters) {
   json_t* count = nullptr;
   json_object_foreach(json_object_get(counters, "refused"), reason, count) sum += json_integer_value(count);
   return sum;
-}
-
-template <class... Values>
-std::string format(const char* text, Values... values) {
-  char line[160];
-  snprintf(line, sizeof line, text, values...);
-  return line;
 }
 
 class Table {

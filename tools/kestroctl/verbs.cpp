@@ -4,12 +4,19 @@
 
 namespace kestro::ctl {
 
+namespace {
+
+constexpr const char* of_all_verbs =
+    "`kestroctl --help` shows the options of all verbs (--socket, --tcp, --bus) and the exit statuses.";
+
+}  // namespace
+
 CLI::App& add_verb(CommandLine& line, const char* group, const char* name, const char* what, std::function<Exit()> run,
                    const char* examples) {
   auto& verb = *line.app.add_subcommand(name, what);
   verb.group(group);
   const std::string text = std::string("Examples:\n") + examples;
-  verb.footer(text.ends_with('\n') ? text : text + "\n");
+  verb.footer(text + (text.ends_with('\n') ? "\n" : "\n\n") + of_all_verbs);
   verb.fallthrough();
   verb.callback([&line, run = std::move(run)] { line.run = run; });
   return verb;
