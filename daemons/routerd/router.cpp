@@ -1,5 +1,4 @@
 #include "routerd/router.hpp"
-#include "common/notify.hpp"
 
 #include <jansson.h>
 #include <sys/mman.h>
@@ -16,6 +15,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "common/notify.hpp"
 #include "core/owned.hpp"
 #include "core/site.hpp"
 #include "core/status.hpp"
