@@ -8,6 +8,7 @@
 #include <string>
 
 #include "common/bus_sockets.hpp"
+#include "common/timer.hpp"
 #include "kestro_jrpc.h"
 #include "simd/faults.hpp"
 
@@ -23,11 +24,10 @@ class Gate {
   Gate(int32_t subscriber, int32_t publisher, kestro_jrpc_mapping_t* table, const Faults& faults);
   Gate(const Gate&) = delete;
   Gate& operator=(const Gate&) = delete;
-  ~Gate();
 
   // Readable when take_frames(), or release_due(), has something to do.
   [[nodiscard]] int frames_descriptor() const;
-  [[nodiscard]] int due_descriptor() const { return timer_; }
+  [[nodiscard]] int due_descriptor() const { return timer_.descriptor(); }
 
   void take_frames();
   void release_due();
@@ -38,7 +38,7 @@ class Gate {
   bool take_one();
   void decide(std::string frame);
   void serve(const std::string& frame);
-  void set_timer() const;
+  void set_timer();
 
   int32_t subscriber_;
   int32_t publisher_;
@@ -46,7 +46,7 @@ class Gate {
   const Faults& faults_;
   daemons::BusSocket inner_publisher_;
   daemons::BusSocket inner_subscriber_;
-  int32_t timer_ = -1;
+  daemons::Timer timer_;
   std::multimap<Clock::time_point, std::string> waiting_;
 };
 
