@@ -66,7 +66,9 @@ TEST(ConfigdBackupService, BadFilesAreRefusedWithAReasonAndChangeNothing) {
     EXPECT_EQ(answer.code, -32602) << name;
     EXPECT_THAT(answer.message, testing::HasSubstr(reason)) << name;
   }
-  EXPECT_EQ(unit.call("db.ApplyBackup", R"({"db_filename":"missing.db"})").code, -32052);
+  const Answer missing = unit.call("db.ApplyBackup", R"({"db_filename":"missing.db"})");
+  EXPECT_EQ(missing.code, -32052);
+  EXPECT_EQ(missing.message, "missing.db: No such file or directory; backups are looked for in " + unit.update_dir());
   EXPECT_EQ(unit.stored("SELECT value FROM setting WHERE name = 'revision'"), revision);
   EXPECT_FALSE(unit.is_pending("1"));
   unit.expect_sound_database();
