@@ -76,7 +76,7 @@ TEST(ConfigdBackupService, BadFilesAreRefusedWithAReasonAndChangeNothing) {
 
 TEST(ConfigdBackupService, NamesDoNotLeadOutOfTheDirectory) {
   Unit unit;
-  for (const char* name : {"..", "/x", "../unit.db", "a/b", "", "-x", "a b"}) {
+  for (const char* name : {"..", "/x", "../unit.db", "a/b", "", "-x", "a b", R"(unit.db\n)", R"(\nunit.db)"}) {
     const std::string params = R"({"db_filename":")" + std::string(name) + R"("})";
     EXPECT_EQ(unit.call("db.CreateBackup", params).code, -32602) << name;
     // Names that begin with dashes are renamed first, and that fails where there is no such file.

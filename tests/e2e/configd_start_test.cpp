@@ -112,8 +112,9 @@ TEST(ConfigdStart, RequestsOfAnyShapeAreSurvived) {
 
 TEST(ConfigdStart, WhatClientsWriteBeginsNoLineOfTheLog) {
   Unit unit;
-  unit.done("ports.SetDescription", R"({"port_id":"d1","description":"a\u001b[31mb\n"})");
-  EXPECT_TRUE(unit.logs("d1: description is now \"a?[31mb?\"\n"));
+  unit.done("dhcp.SetService", R"({"service_name":"a\u001b[31mb\n","address_range":"10.0.0.0/24","dhcp_range":"",)"
+                               R"("static_leases":[]})");
+  EXPECT_TRUE(unit.logs("DHCP service a?[31mb?: is now 10.0.0.0/24 "));
 }
 
 // Someone has the database open and writes: calls fail as busy, and work again.
