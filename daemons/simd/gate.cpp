@@ -32,14 +32,17 @@ int32_t open_inner(int32_t kind) {
   return socket;
 }
 
-// Whether the method is one of "sim.". What is no request steers nothing.
+// Whether the method is one of "sim.", or is about the log of this process, which no fault of the unit keeps from its
+// operator. What is no request steers nothing.
 bool steers(const std::string& frame) {
   char* raw = nullptr;
   kestro_jrpc_parse_msg(frame.c_str(), static_cast<int32_t>(frame.size()), &raw);
   const daemons::Allocated<char> text(raw);
   const daemons::Json request(text ? json_loads(text.get(), JSON_REJECT_DUPLICATES, nullptr) : nullptr);
   const char* const method = json_string_value(json_object_get(request.get(), "method"));
-  return method != nullptr && std::string_view(method).substr(0, 4) == "sim.";
+  if (method == nullptr) return false;
+  const std::string_view name(method);
+  return name.substr(0, 4) == "sim." || name == "logger.ReloadConf";
 }
 
 }  // namespace

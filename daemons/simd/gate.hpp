@@ -16,7 +16,7 @@ namespace kestro::simd {
 
 // Frames come in by a subscriber to the bus. The gate drops them, keeps them until their time, or hands them on at
 // once, over a second pair of sockets inside of the process, to the table of methods. Requests for "sim." methods,
-// which steer the simulation, always pass at once.
+// which steer the simulation, and for "logger.ReloadConf" always pass at once.
 class Gate {
  public:
   // The sockets, the table and the faults belong to the caller and outlive the gate. Throws std::runtime_error when

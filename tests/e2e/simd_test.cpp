@@ -397,6 +397,7 @@ TEST(Simd, ReloadsItsLogLevelAlsoByANotification) {
   const Finally remove_conf([]() noexcept { std::filesystem::remove(KESTRO_LSYSLOG_CONF_FILE); });
   std::ofstream(KESTRO_LSYSLOG_CONF_FILE) << "[logging_levels]\nsimd=debug\n";
   Unit unit;
+  EXPECT_EQ(unit.call("sim.SetFault", R"({"fault":"silent"})"), "0");  // of the unit, not of its process
   std::ofstream(KESTRO_LSYSLOG_CONF_FILE) << "[logging_levels]\nsimd=info\n";
   unit.caller().publish(KESTRO_JRPC_CHANNEL_DEFAULT, R"({"jsonrpc":"2.0","method":"logger.ReloadConf"})");
   EXPECT_TRUE(eventually(
