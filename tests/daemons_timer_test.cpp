@@ -23,13 +23,13 @@ bool fires(const Timer& timer, int wait_ms = -1) {
 }
 
 TEST(DaemonsTimer, RestsUntilItIsSet) {
-  Timer timer;
+  const Timer timer;
   EXPECT_FALSE(fires(timer, 0));
   EXPECT_FALSE(timer.take());
 }
 
 TEST(DaemonsTimer, FiresOnceWithoutAnInterval) {
-  Timer timer;
+  const Timer timer;
   timer.set(0.001);
   ASSERT_TRUE(fires(timer));
   EXPECT_TRUE(timer.take());
@@ -37,7 +37,7 @@ TEST(DaemonsTimer, FiresOnceWithoutAnInterval) {
 }
 
 TEST(DaemonsTimer, FiresAgainAtTheInterval) {
-  Timer timer;
+  const Timer timer;
   timer.set(0.001, 0.002);
   for (int time = 0; time < 3; ++time) {
     ASSERT_TRUE(fires(timer));
@@ -46,7 +46,7 @@ TEST(DaemonsTimer, FiresAgainAtTheInterval) {
 }
 
 TEST(DaemonsTimer, SettingItAnewEndsWhatWasSet) {
-  Timer timer;
+  const Timer timer;
   timer.set(0.001, 0.001);
   ASSERT_TRUE(fires(timer));
   timer.set(3600);
@@ -54,7 +54,7 @@ TEST(DaemonsTimer, SettingItAnewEndsWhatWasSet) {
 }
 
 TEST(DaemonsTimer, ATimeThatIsNoneIsAnError) {
-  Timer timer;
+  const Timer timer;
   stderr_of([&] { EXPECT_THROW(timer.set(-1), std::runtime_error); });
 }
 

@@ -14,13 +14,13 @@ Timer::~Timer() {
   kestro_timer_free(&descriptor_);
 }
 
-void Timer::set(double seconds, double interval) {
+void Timer::set(double seconds, double interval) const {
   if (kestro_timer_nsec_set(descriptor_, static_cast<float>(seconds), static_cast<float>(interval)) != 0) {
     throw std::runtime_error("a timer could not be set");
   }
 }
 
-bool Timer::take() noexcept {
+bool Timer::take() const noexcept {
   return kestro_timer_read(descriptor_) == 0;
 }
 

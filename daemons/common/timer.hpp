@@ -16,12 +16,12 @@ class Timer {
 
   // Fires after so many seconds, and from then on at the interval; once only for 0. Setting it anew ends what was set.
   // Throws std::runtime_error for what the system takes for no time.
-  void set(double seconds, double interval = 0);
+  void set(double seconds, double interval = 0) const;
 
   // Readable when it has fired.
   [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
   // Whether it fired since the last call.
-  bool take() noexcept;
+  [[nodiscard]] bool take() const noexcept;
 
  private:
   int32_t descriptor_ = -1;

@@ -147,7 +147,7 @@ void Service::take_signs_of_life() {
 }
 
 void Service::tick() {
-  timer_.take();
+  if (!timer_.take()) return;
   survive("once a second", [this] { applier_.tick(); });
 }
 

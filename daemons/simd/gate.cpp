@@ -95,7 +95,7 @@ void Gate::serve(const std::string& frame) {
 }
 
 void Gate::release_due() {
-  timer_.take();
+  static_cast<void>(timer_.take());
   while (!waiting_.empty() && waiting_.begin()->first <= Clock::now()) {
     const auto due = waiting_.extract(waiting_.begin());
     serve(due.mapped());
@@ -103,7 +103,7 @@ void Gate::release_due() {
   set_timer();
 }
 
-void Gate::set_timer() {
+void Gate::set_timer() const {
   if (waiting_.empty()) return;
   const std::chrono::duration<double> wait = waiting_.begin()->first - Clock::now();
   timer_.set(std::max(wait.count(), shortest_wait_s));

@@ -38,7 +38,7 @@ class Gate {
   bool take_one();
   void decide(std::string frame);
   void serve(const std::string& frame);
-  void set_timer();
+  void set_timer() const;
 
   int32_t subscriber_;
   int32_t publisher_;

@@ -34,7 +34,7 @@ void run(const Options& options) {
   loop.watch(gate.due_descriptor(), [&] { gate.release_due(); });
 
   Outages outages(options.seed, faults);
-  daemons::Timer turns;
+  const daemons::Timer turns;
   if (options.event_interval > 0) turns.set(options.event_interval, options.event_interval);
   loop.watch(turns.descriptor(), [&] {
     if (turns.take()) outages.take_turn();
