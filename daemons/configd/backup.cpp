@@ -130,7 +130,7 @@ void replace(const Database& database, sqlite3* candidate) {
 
 int64_t create_backup(const Database& database, const std::string& path) {
   refuse_live_file(database, path);
-  const std::string draft = path + ".new";
+  const std::string draft = path + "~";  // no client's name for a file ends so
   std::error_code ignored;
   std::filesystem::remove(draft, ignored);
   try {
