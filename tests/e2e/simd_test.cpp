@@ -163,6 +163,7 @@ const Call configurations[] = {
     {"IncompletePort", configure, ports("100", R"({"port_number":1})"),
      invalid("Missing expected parameter: 'port_status'")},
     {"Port65", configure, ports("100", port("65")), invalid("ports: a member of a port is missing or not acceptable")},
+    {"PortNumberOfMoreThan32Bits", configure, ports("100", port("4294967297")), no_port("ports are 1 to 64")},
     {"UnknownVlanMode", configure, ports("100", port("2", "", "7")), invalid("c100-2: vlan_mode cannot be 7")},
     {"NegativeVlanMode", configure, ports("100", port("2", "", "-1")), invalid("c100-2: vlan_mode cannot be -1")},
     {"BadFilter", configure, ports("100", port("2", R"(,"mac_filters":[{"mac":"no","mask":"no"}])")),
