@@ -3,8 +3,13 @@
 
 #include <gmock/gmock.h>
 
+#include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "support/database.hpp"
 #include "support/log.hpp"
@@ -41,6 +46,11 @@ class ConfigdBackup : public testing::Test {
     bytes << std::ifstream(copy, std::ios::binary).rdbuf();
     return bytes.str();
   }
+  [[nodiscard]] std::vector<std::string> files() const {
+    std::vector<std::string> names;
+    for (const auto& file : std::filesystem::directory_iterator(dir_.path())) names.push_back(file.path().filename());
+    return names;
+  }
   int32_t services() { return database_->number(-1, "SELECT count(*) FROM dhcp_service WHERE name = 'kept'"); }
 
   const LogLevel quiet_{0};
@@ -54,13 +64,18 @@ TEST_F(ConfigdBackup, ACopyIsWholeAndOneFile) {
   const int64_t bytes = configd::create_backup(*database_, backup_);
   EXPECT_EQ(bytes, static_cast<int64_t>(std::filesystem::file_size(backup_)));
   EXPECT_EQ(Database(backup_).value("SELECT name FROM dhcp_service"), "kept");
-  EXPECT_FALSE(std::filesystem::exists(backup_ + ".new"));
-  EXPECT_FALSE(std::filesystem::exists(backup_ + "-journal"));
+  EXPECT_THAT(files(), testing::UnorderedElementsAre("live.db", "backup.db"));
+}
+
+TEST_F(ConfigdBackup, ACopyLeavesOthersAlone) {
+  dir_.write("backup.db.new", "another one");
+  configd::create_backup(*database_, backup_);
+  EXPECT_EQ(std::filesystem::file_size(backup_ + ".new"), strlen("another one"));
 }
 
 TEST_F(ConfigdBackup, AnOlderCopyIsReplaced) {
   dir_.write("backup.db", "of yesterday");
-  dir_.write("backup.db.new", "half");
+  dir_.write("backup.db~", "half");
   configd::create_backup(*database_, backup_);
   EXPECT_EQ(Database(backup_).value("SELECT name FROM dhcp_service"), "kept");
 }
@@ -77,7 +92,7 @@ TEST_F(ConfigdBackup, OntoADirectoryThereIsNone) {
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.status(), -40);
   }
-  EXPECT_FALSE(std::filesystem::exists(backup_ + ".new"));
+  EXPECT_THAT(files(), testing::UnorderedElementsAre("live.db", "backup.db"));
 }
 
 TEST_F(ConfigdBackup, TheDatabaseIsNoBackupOfItself) {

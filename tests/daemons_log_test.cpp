@@ -34,6 +34,12 @@ TEST(DaemonsLog, TextsBeginNoLinesOfTheirOwn) {
               HasSubstr("] a?[INFO] ?[31m?%s \xc3\xa9\n"));
 }
 
+TEST(DaemonsLog, OneLineMasksControlCharactersAlone) {
+  EXPECT_EQ(daemons::one_line(""), "");
+  EXPECT_EQ(daemons::one_line("ports.Get \xc3\xa9~"), "ports.Get \xc3\xa9~");
+  EXPECT_EQ(daemons::one_line(std::string("\0\t\r\n\x1f\x20\x7f", 7)), "????? ?");
+}
+
 TEST(DaemonsLog, IsSilentWhereTheLevelIs) {
   const LogLevel off(KESTRO_LSYSLOG_LOGGING_LEVEL_OFF);
   EXPECT_THAT(stderr_of([] { log_error("lost"); }), IsEmpty());

@@ -63,11 +63,9 @@ class SimdGate : public testing::Test {
   test::LogLevel quiet_{0};
   test::BusPair requests_;
   test::BusPair answers_;
-  kestro_jrpc_mapping_t table_[5] = {{"emac.One", answer_nothing},
-                                     {"emac.Two", answer_nothing},
-                                     {"sim.SetFault", answer_nothing},
-                                     {"simple.Three", answer_nothing},
-                                     {nullptr, nullptr}};
+  kestro_jrpc_mapping_t table_[6] = {{"emac.One", answer_nothing},     {"emac.Two", answer_nothing},
+                                     {"sim.SetFault", answer_nothing}, {"logger.ReloadConf", answer_nothing},
+                                     {"simple.Three", answer_nothing}, {nullptr, nullptr}};
   Gate gate_{requests_.subscriber.handle(), answers_.publisher.handle(), table_, faults_};
 };
 
@@ -86,6 +84,16 @@ TEST_F(SimdGate, ASilentUnitAnswersWhoSteersIt) {
   set("none");
   request("emac.Two");
   EXPECT_THAT(answers(1), ElementsAre("emac.Two"));  // what was dropped is not answered later
+}
+
+TEST_F(SimdGate, TheLogIsTheOperatorsInEveryFault) {
+  for (const auto* word : {"silent", "late=60000"}) {
+    set("none");
+    set(word);
+    request("emac.One");
+    request("logger.ReloadConf");
+    EXPECT_THAT(answers(1), ElementsAre("logger.ReloadConf")) << word;
+  }
 }
 
 TEST_F(SimdGate, AFrameIsNoLongerHeldBackThanItIsLate) {

@@ -37,29 +37,32 @@ void set_for_a_local_bus(int32_t socket) {
 }  // namespace
 
 int32_t open_publisher(const std::string& address) {
-  int32_t socket = -1;
-  require(kestro_mq_socket_init(KESTRO_MQ_SP_PUB, &socket), "cannot open a publish socket");
-  set_for_a_local_bus(socket);
-  set(socket, NN_SOL_SOCKET, NN_SNDBUF, wanted_buffer);
+  int32_t handle = -1;
+  require(kestro_mq_socket_init(KESTRO_MQ_SP_PUB, &handle), "cannot open a publish socket");
+  BusSocket socket(handle);
+  set_for_a_local_bus(handle);
+  set(handle, NN_SOL_SOCKET, NN_SNDBUF, wanted_buffer);
   int32_t eid = 0;
-  const int32_t bound = kestro_mq_socket_bind(socket, KESTRO_MQ_TRANSPORT_TCP, address.c_str(), &eid);
+  const int32_t bound = kestro_mq_socket_bind(handle, KESTRO_MQ_TRANSPORT_TCP, address.c_str(), &eid);
   require(bound, "cannot publish at " + address + ": " + cause());
-  return socket;
+  return socket.release();
 }
 
 int32_t open_subscriber(const std::vector<std::string>& addresses, const std::string& channel, int wait_ms) {
-  int32_t socket = -1;
-  require(kestro_jrpc_mq_sub_init(&socket, 0), "cannot open a subscribe socket");
-  set_for_a_local_bus(socket);
-  set(socket, NN_SOL_SOCKET, NN_RCVBUF, wanted_buffer);
-  set(socket, NN_SOL_SOCKET, NN_RCVTIMEO, wait_ms);
+  int32_t handle = -1;
+  require(kestro_jrpc_mq_sub_init(&handle, 0), "cannot open a subscribe socket");
+  BusSocket socket(handle);
+  set_for_a_local_bus(handle);
+  set(handle, NN_SOL_SOCKET, NN_RCVBUF, wanted_buffer);
+  set(handle, NN_SOL_SOCKET, NN_RCVTIMEO, wait_ms);
   // A message above the limit would end all receiving from its sender; no message is too long for the daemons.
-  set(socket, NN_SOL_SOCKET, NN_RCVMAXSIZE, -1);
+  set(handle, NN_SOL_SOCKET, NN_RCVMAXSIZE, -1);
   for (const auto& address : addresses) {
-    const int32_t connected = kestro_jrpc_mq_sub_set_channel(address.c_str(), channel.c_str(), &socket);
+    const int32_t connected = kestro_jrpc_mq_sub_set_channel(address.c_str(), channel.c_str(), &handle);
+    if (connected != 0) socket.release();  // it is closed already
     require(connected, "cannot subscribe at " + address + ": " + cause());
   }
-  return socket;
+  return socket.release();
 }
 
 int receive_descriptor(int32_t subscriber) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kestro::daemons {
@@ -28,6 +29,8 @@ class BusSocket {
   BusSocket& operator=(const BusSocket&) = delete;
   ~BusSocket();
   [[nodiscard]] int32_t get() const noexcept { return handle_; }
+  // The caller's from now on.
+  int32_t release() noexcept { return std::exchange(handle_, -1); }
 
  private:
   int32_t handle_;

@@ -6,8 +6,11 @@
 
 namespace kestro::daemons {
 
-// One line each, without its end. Control characters are shown as "?": texts of clients begin no lines of their own,
-// and do not speak to a terminal. Only errors show the source file and the line.
+// The text with each control character as "?": what clients write begins no line of its own, and does not speak to a
+// terminal.
+std::string one_line(std::string text);
+
+// One line each, without its end, as one_line() makes it. Only errors show the source file and the line.
 void log_info(const std::string& text);
 void log_warning(const std::string& text);
 void log_error(const std::string& text, const char* file = __builtin_FILE(), int line = __builtin_LINE());

@@ -4,14 +4,10 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <csignal>
-#include <cstring>
-#include <stdexcept>
-#include <string>
 #include <utility>
 
 #include "common/notify.hpp"
+#include "common/signals.hpp"
 
 namespace kestro::daemons {
 
@@ -19,20 +15,9 @@ namespace {
 
 constexpr std::chrono::duration<int, std::milli> heartbeat{1000};
 
-int signal_descriptor() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGTERM);
-  sigaddset(&signals, SIGINT);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  const int fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-  if (fd < 0) throw std::runtime_error(std::string("signalfd: ") + strerror(errno));
-  return fd;
-}
-
 }  // namespace
 
-Loop::Loop() : signals_(signal_descriptor()) {}
+Loop::Loop() : signals_(block_ending_signals()) {}
 
 Loop::~Loop() {
   ::close(signals_);

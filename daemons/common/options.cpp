@@ -1,6 +1,7 @@
 #include "common/options.hpp"
 
 #include <cstdlib>
+#include <sstream>
 
 #include "kestro_mq.h"
 
@@ -23,6 +24,10 @@ std::string name_as_typed(const CLI::App& program) {
   return name;
 }
 
+std::string check_path(const std::string& path) {
+  return path.empty() ? "a path is expected" : "";
+}
+
 }  // namespace
 
 CLI::Validator bus_address() {
@@ -36,6 +41,21 @@ CLI::Validator at_least(uint64_t lowest) {
     return sound ? "" : "a number is expected, " + std::to_string(lowest) + " or more";
   };
   return {check, ""};
+}
+
+CLI::Validator seconds(double shortest, double longest) {
+  std::ostringstream range;
+  range << shortest << " to " << longest;
+  const auto check = [=, expected = range.str() + " seconds are expected"](const std::string& text) {
+    double number = 0;
+    const bool sound = CLI::detail::lexical_cast(text, number) && number >= shortest && number <= longest;
+    return sound ? "" : expected;
+  };
+  return {check, range.str()};
+}
+
+CLI::Validator path() {
+  return {check_path, ""};
 }
 
 void add_basics(CLI::App& app) {

@@ -17,6 +17,12 @@ CLI::Validator bus_address();
 // Accepts whole numbers from `lowest` on.
 CLI::Validator at_least(uint64_t lowest);
 
+// Accepts a number of seconds within these bounds.
+CLI::Validator seconds(double shortest, double longest);
+
+// Accepts whatever is not empty.
+CLI::Validator path();
+
 // --version, a help of even columns, and the name of the program, with its verb, before what is wrong with a command
 // line.
 void add_basics(CLI::App& app);

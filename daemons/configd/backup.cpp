@@ -23,7 +23,7 @@ Connection open_file(const std::string& path, int flags) {
   sqlite3* opened = nullptr;
   const int code = sqlite3_open_v2(path.c_str(), &opened, flags, nullptr);
   Connection db(opened);
-  if (code != SQLITE_OK) throw Failure(status::cannot_open_file, path + ": " + sqlite3_errstr(code));
+  if (code != SQLITE_OK) throw Failure(status::cannot_open_file, sqlite3_errstr(code) + (": " + path));
   return db;
 }
 
@@ -80,7 +80,11 @@ void write_copy(const Database& database, const std::string& path) {
 Connection read_candidate(const std::string& path) {
   std::error_code not_there;
   const auto size = std::filesystem::file_size(path, not_there);
-  if (not_there) throw Failure(status::cannot_open_file, path + " is not there");
+  if (not_there) {
+    const std::filesystem::path file(path);
+    throw Failure(status::cannot_open_file, file.filename().string() + ": " + not_there.message() +
+                                                "; backups are looked for in " + file.parent_path().string());
+  }
   if (size > longest_file) throw Failure(status::validation_failed, "the file is too long for a configuration");
   try {
     const Connection file = open_file(path, SQLITE_OPEN_READONLY);
@@ -126,7 +130,7 @@ void replace(const Database& database, sqlite3* candidate) {
 
 int64_t create_backup(const Database& database, const std::string& path) {
   refuse_live_file(database, path);
-  const std::string draft = path + ".new";
+  const std::string draft = path + "~";  // no client's name for a file ends so
   std::error_code ignored;
   std::filesystem::remove(draft, ignored);
   try {

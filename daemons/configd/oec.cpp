@@ -40,7 +40,7 @@ struct NewSwitch {
 NewSwitch read_new_switch(const Request& request) {
   return {.number = request.switch_number("oec_id"),
           .model = request.model("model"),
-          .mac_address = request.mac_address("mac_address"),
+          .mac_address = request.device_mac_address("mac_address"),
           .alias = request.has("alias") ? request.alias("alias") : "",
           .description = request.has("description") ? request.description("description") : ""};
 }

@@ -13,16 +13,18 @@ void add_options(CLI::App& app, Options& options) {
   daemons::add_bus_options(app, options.bus, "where answers, and requests to the hardware, are published",
                            "a publisher of requests: the router's, the hardware's");
   app.add_option("--database", options.database, "the configuration database")
+      ->check(daemons::path())
       ->type_name("PATH")
       ->capture_default_str();
   app.add_option("--update-dir", options.update_dir, "where backups are written to and read from")
+      ->check(daemons::path())
       ->type_name("PATH")
       ->capture_default_str();
   app.add_option_function<double>(
          "--hardware-timeout",
          [&options](double seconds) { options.hardware_timeout = std::chrono::duration<double>(seconds); },
          "how long the hardware may take to answer")
-      ->check(CLI::Range(shortest_timeout, longest_timeout))
+      ->check(daemons::seconds(shortest_timeout, longest_timeout))
       ->default_str(CLI::detail::to_string(options.hardware_timeout.count()))
       ->type_name("SECONDS");
   app.add_flag("--init", options.init, "create the database, if it is not there");

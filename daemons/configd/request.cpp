@@ -22,6 +22,11 @@ void require(int32_t status, const char* name, const std::string& expected) {
   if (status != status::ok) throw Failure(status, std::string(name) + ": " + expected);
 }
 
+// The readers let a line feed pass, some at the end only.
+void require_one_line(const std::string& text, const char* name, const char* expected) {
+  if (text.find('\n') != std::string::npos) require(status::validation_failed, name, expected);
+}
+
 }  // namespace
 
 Request::Request(json_t* params, json_t** err_data)
@@ -80,24 +85,31 @@ int32_t Request::model(const char* name) const {
   throw Failure(status::no_such_model, "there is no model \"" + given + "\"");
 }
 
-std::string Request::mac_address(const char* name) const {
+std::string Request::device_mac_address(const char* name) const {
   mac_str text{};
   require(kestro_jrpc_utils_retrieve_input_mac_address(params(), err_data_, name, text, sizeof text), name,
           "a MAC address is expected, like 02:00:01:00:00:01");
+  const bool is_of_a_group = std::stoi(std::string(text, 2), nullptr, 16) % 2 != 0;
+  if (is_of_a_group) {
+    require(status::validation_failed, name, "the address of one device is expected, no multicast or broadcast");
+  }
   return text;
 }
 
 std::string Request::alias(const char* name) const {
   Text text{};
-  require(kestro_jrpc_utils_retrieve_input_alias(params(), err_data_, name, text.data(), text.size()), name,
-          "at most 8 characters are expected");
+  const char* const expected = "one line of at most 8 characters is expected";
+  require(kestro_jrpc_utils_retrieve_input_alias(params(), err_data_, name, text.data(), text.size()), name, expected);
+  require_one_line(text.data(), name, expected);
   return text.data();
 }
 
 std::string Request::description(const char* name) const {
   Text text{};
+  const char* const expected = "one line of at most 50 bytes is expected";
   require(kestro_jrpc_utils_retrieve_input_description(params(), err_data_, name, text.data(), text.size()), name,
-          "one line of at most 50 bytes is expected");
+          expected);
+  require_one_line(text.data(), name, expected);
   return text.data();
 }
 
@@ -146,16 +158,19 @@ std::string Request::service_name(const char* name) const {
 
 std::string Request::new_filename(const char* name) const {
   Text text{};
-  const char* const expected = "a file name of letters, digits and ,._+@%- that begins with none of these is expected";
+  const char* const expected = "two or more letters, digits and ,._+@%- are expected, the first no dash";
   require(kestro_jrpc_utils_parse_input_string(params(), err_data_, name, text.data(), text.size()), name, expected);
   if (validate_db_filename(text.data()) != status::ok) require(status::validation_failed, name, expected);
+  require_one_line(text.data(), name, expected);
   return text.data();
 }
 
 std::string Request::uploaded_filename(const char* name) const {
   Text text{};
+  const char* const expected = "the name of a file in the update directory is expected";
   require(kestro_jrpc_utils_retrieve_input_db_filename(params(), err_data_, name, text.data(), text.size()), name,
-          "the name of a file in the update directory is expected");
+          expected);
+  require_one_line(text.data(), name, expected);
   return text.data();
 }
 

@@ -29,7 +29,8 @@ class Request {
   [[nodiscard]] PortRange ports_of_one_switch(const char* name) const;
 
   [[nodiscard]] int32_t model(const char* name) const;
-  [[nodiscard]] std::string mac_address(const char* name) const;
+  // Of a device, not of a group.
+  [[nodiscard]] std::string device_mac_address(const char* name) const;
   [[nodiscard]] std::string alias(const char* name) const;
   [[nodiscard]] std::string description(const char* name) const;
   [[nodiscard]] bool boolean(const char* name) const;

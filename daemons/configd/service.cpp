@@ -2,7 +2,6 @@
 
 #include <exception>
 #include <filesystem>
-#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -11,7 +10,6 @@
 #include "configd/port.hpp"
 #include "kestro_jrpc.h"
 #include "kestro_mq.h"
-#include "kestro_timer.h"
 #include "kestro_utils.h"
 
 namespace kestro::configd {
@@ -21,19 +19,13 @@ namespace {
 // A burst of frames must not keep the service from its other descriptors.
 constexpr int frames_at_a_time = 32;
 constexpr int32_t nothing_there = -46;
+// The first time soon: what a killed process left pending is waiting.
+constexpr double first_tick_s = 0.1;
+constexpr double tick_s = 1;
 constexpr const char* reload = R"({"jsonrpc":"2.0","method":"logger.ReloadConf"})";
 
 CoreSwitch::Clock::duration clock_duration(std::chrono::duration<double> seconds) {
   return std::chrono::duration_cast<CoreSwitch::Clock::duration>(seconds);
-}
-
-// The first time soon: what a killed process left pending is waiting.
-int32_t every_second() {
-  int32_t timer = -1;
-  if (kestro_timer_init(&timer, 1) != status::ok || kestro_timer_nsec_set(timer, 0.1F, 1.0F) != status::ok) {
-    throw std::runtime_error("no timer");
-  }
-  return timer;
 }
 
 // Nothing that fails here may end the service.
@@ -91,7 +83,6 @@ Service::Service(daemons::Loop& loop, const Options& options)
                    [&loop] { return loop.stopping(); }),
       applier_(database_, core_switch_),
       methods_(methods()),
-      timer_(every_second()),
       context_{.database = database_,
                .core_switch = core_switch_,
                .applier = applier_,
@@ -102,19 +93,19 @@ Service::Service(daemons::Loop& loop, const Options& options)
                      int32_t publisher = publisher_.get();
                      kestro_jrpc_mq_pub(&publisher, KESTRO_JRPC_CHANNEL_DEFAULT, reload);
                    }} {
+  timer_.set(first_tick_s, tick_s);
   serve_with(&context_);
 }
 
 Service::~Service() {
   serve_with(nullptr);
-  kestro_timer_free(&timer_);
 }
 
 void Service::run() {
   loop_.watch(daemons::receive_descriptor(requests_.get()), [this] { serve_requests(); });
   loop_.watch(daemons::receive_descriptor(events_.get()), [this] { serve_events(); });
   loop_.watch(core_switch_.descriptor(), [this] { take_signs_of_life(); });
-  loop_.watch(timer_, [this] { tick(); });
+  loop_.watch(timer_.descriptor(), [this] { tick(); });
   daemons::log_info(
       "ready: " + std::to_string(database_.number(0, "SELECT count(*) FROM edge_switch WHERE number <= 512")) +
       " edge switches in " + database_.path());
@@ -156,7 +147,7 @@ void Service::take_signs_of_life() {
 }
 
 void Service::tick() {
-  kestro_timer_read(timer_);
+  if (!timer_.take()) return;
   survive("once a second", [this] { applier_.tick(); });
 }
 

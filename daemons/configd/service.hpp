@@ -2,12 +2,10 @@
 #ifndef KESTRO_CONFIGD_SERVICE_HPP
 #define KESTRO_CONFIGD_SERVICE_HPP
 
-#include <cstdint>
-#include <string>
-
 #include "common/bus_sockets.hpp"
 #include "common/loop.hpp"
 #include "common/methods.hpp"
+#include "common/timer.hpp"
 #include "configd/applier.hpp"
 #include "configd/context.hpp"
 #include "configd/core_switch.hpp"
@@ -43,7 +41,7 @@ class Service {
   CoreSwitch core_switch_;
   Applier applier_;
   daemons::Methods methods_;
-  int32_t timer_ = -1;
+  daemons::Timer timer_;
   Context context_;
 };
 

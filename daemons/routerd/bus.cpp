@@ -8,7 +8,6 @@
 #include <asio/use_awaitable.hpp>
 #include <new>
 
-#include "common/bus_sockets.hpp"
 #include "core/owned.hpp"
 #include "core/site.hpp"
 #include "kestro_mq.h"
@@ -38,16 +37,15 @@ Bus::Bus(asio::io_context& io, const std::string& publish, const std::vector<std
     : publisher_(daemons::open_publisher(publish)),
       subscriber_(daemons::open_subscriber(subscribe, KESTRO_JRPC_CHANNEL_ROUTER_REPLY)),
       capacity_(granted_buffer()),
-      readable_(io, daemons::receive_descriptor(subscriber_)) {}
+      readable_(io, daemons::receive_descriptor(subscriber_.get())) {}
 
 Bus::~Bus() {
   static_cast<void>(readable_.release());  // nanomsg's own, closed with the socket
-  kestro_mq_socket_close(subscriber_);
-  kestro_mq_socket_close(publisher_);
 }
 
 int32_t Bus::publish(const char* channel, const char* request) {
-  return kestro_jrpc_mq_pub(&publisher_, channel, request);
+  int32_t publisher = publisher_.get();
+  return kestro_jrpc_mq_pub(&publisher, channel, request);
 }
 
 void Bus::stop() {
@@ -78,7 +76,7 @@ bool Bus::has_frame() {
 void Bus::take_one(const std::function<void(std::string)>& take) const {
   char* raw_frame = nullptr;
   int32_t length = 0;
-  if (kestro_mq_socket_recv(subscriber_, &raw_frame, &length, 1) != 0) return;
+  if (kestro_mq_socket_recv(subscriber_.get(), &raw_frame, &length, 1) != 0) return;
   const Text frame(raw_frame);
   const char* const end = raw_frame + length;
   const char* const bar = std::find(raw_frame, raw_frame + length, '|');

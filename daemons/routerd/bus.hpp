@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "common/bus_sockets.hpp"
 #include "kestro_jrpc.h"
 
 namespace kestro::routerd {
@@ -39,8 +40,8 @@ class Bus {
   [[nodiscard]] bool has_frame();
   void take_one(const std::function<void(std::string)>& take) const;
 
-  int32_t publisher_ = -1;
-  int32_t subscriber_ = -1;
+  daemons::BusSocket publisher_;
+  daemons::BusSocket subscriber_;
   size_t capacity_;
   asio::posix::stream_descriptor readable_;
   bool stopped_ = false;

@@ -18,7 +18,7 @@ constexpr double longest_time = 7 * 24 * 3600;
 void add_seconds(CLI::App& app, const std::string& name, Seconds& value, const std::string& what) {
   app.add_option_function<double>(
          name, [&value](double seconds) { value = Seconds(seconds); }, what)
-      ->check(CLI::Range(shortest_time, longest_time))
+      ->check(daemons::seconds(shortest_time, longest_time))
       ->default_str(CLI::detail::to_string(value.count()))
       ->type_name("SECONDS");
 }
@@ -47,8 +47,8 @@ std::string check_stats_name(const std::string& name) {
 
 void add_options(CLI::App& app, Options& options) {
   app.add_option("--listen-unix", options.listen_unix, "Unix-domain socket for clients")
-      ->check(CLI::Validator(check_path, "PATH"))
-      ->type_name("");
+      ->check(CLI::Validator(check_path, ""))
+      ->type_name("PATH");
   app.add_option("--listen-tcp", options.listen_tcp, "port on 127.0.0.1 for clients")
       ->check(CLI::Range(1, 65535))
       ->type_name("PORT");
@@ -77,8 +77,8 @@ void add_options(CLI::App& app, Options& options) {
       ->type_name("METHOD=SECONDS")
       ->allow_extra_args(false);
   app.add_option("--stats-name", options.stats_name, "shared-memory variable with the counters, as JSON")
-      ->check(CLI::Validator(check_stats_name, "/NAME"))
-      ->type_name("")
+      ->check(CLI::Validator(check_stats_name, ""))
+      ->type_name("/NAME")
       ->capture_default_str();
   app.add_flag("--strict-ids", options.strict_ids, "answer with the client's own \"id\", not the method's name");
 }
@@ -90,7 +90,8 @@ Options read_options(int argc, char** argv) {
                "kestro-routerd");
   daemons::add_basics(app);
   app.footer(
-      "SIGTERM and SIGINT end it: what is on the bus is answered first. A second one ends it at once.\n\n"
+      "SIGTERM and SIGINT end it: what is on the bus is answered first. A second one ends it at once. Exit "
+      "status: 0 it was ended, 1 it could not start or was ended at once, 2 the command line is wrong.\n\n"
       "Example:\n"
       "  kestro-routerd --listen-unix /run/kestro/router.sock \\\n"
       "      --bus-publish tcp://127.0.0.1:5000 --bus-subscribe tcp://127.0.0.1:5001");

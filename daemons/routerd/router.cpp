@@ -1,5 +1,4 @@
 #include "routerd/router.hpp"
-#include "common/notify.hpp"
 
 #include <jansson.h>
 #include <sys/mman.h>
@@ -16,6 +15,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "common/log.hpp"
+#include "common/notify.hpp"
 #include "core/owned.hpp"
 #include "core/site.hpp"
 #include "core/status.hpp"
@@ -39,6 +40,15 @@ constexpr auto pause_without_descriptors = 1s;
 constexpr auto last_writes = 1s;
 
 constexpr auto use_result = [](asio::error_code& failed) { return asio::redirect_error(asio::use_awaitable, failed); };
+
+// The name of a method, which its caller chose, in a line of the log. To be made for lines that are written only.
+std::string shown(const std::string& method) noexcept {
+  try {
+    return daemons::one_line(method);
+  } catch (const std::bad_alloc&) {
+    return "out of memory";  // short enough to need none
+  }
+}
 
 // The router whose own methods the library calls: handlers have no argument for it.
 Router* serving = nullptr;
@@ -222,7 +232,9 @@ asio::awaitable<void> Router::serve(std::shared_ptr<Client> client, std::unique_
   if (answer.empty()) co_return client->close();
   if (const char* const failure = co_await client->write(answer, options_.write_timeout)) {
     ++stats_.client_gone;
-    here().log(Info, "%s: the client did not get its answer: %s\n", request.method().c_str(), failure);
+    if (log_admits(Info)) {
+      here().log(Info, "%s: the client did not get its answer: %s\n", shown(request.method()).c_str(), failure);
+    }
   } else {
     stats_.bytes_out += answer.size();
   }
@@ -273,7 +285,7 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
   }
   auto answer = request.timed_out(options_.strict_ids);
   ++stats_.timed_out;
-  here().log(Warning, "%s: no response in time\n", request.method().c_str());
+  if (log_admits(Warning)) here().log(Warning, "%s: no response in time\n", shown(request.method()).c_str());
   co_return answer;
 }
 
@@ -290,11 +302,12 @@ void Router::deliver(std::string text) {
       break;
     case InFlight::Delivery::Late:
       ++stats_.late;
-      here().log(Debug, "dropped a late or repeated response of %s\n", method.c_str());
+      if (log_admits(Debug)) here().log(Debug, "dropped a late or repeated response of %s\n", shown(method).c_str());
       break;
     case InFlight::Delivery::Foreign:
       ++stats_.foreign;
-      here().log(Debug, "dropped a response of %s that was not asked for here\n", method.c_str());
+      if (log_admits(Debug))
+        here().log(Debug, "dropped a response of %s that was not asked for here\n", shown(method).c_str());
       break;
   }
 }

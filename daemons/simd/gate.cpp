@@ -7,7 +7,6 @@
 
 #include "common/handles.hpp"
 #include "kestro_mq.h"
-#include "kestro_timer.h"
 
 namespace kestro::simd {
 
@@ -21,7 +20,7 @@ constexpr int frames_at_a_time = 64;
 // No frame is lost between the inner sockets; this only keeps the daemon from waiting for ever should one be.
 constexpr int inner_patience_ms = 1000;
 
-constexpr float shortest_wait_s = 0.001F;
+constexpr double shortest_wait_s = 0.001;
 
 void require(int32_t status, const char* what) {
   if (status != 0) throw std::runtime_error(what);
@@ -33,14 +32,17 @@ int32_t open_inner(int32_t kind) {
   return socket;
 }
 
-// Whether the method is one of "sim.". What is no request steers nothing.
+// Whether the method is one of "sim.", or is about the log of this process, which no fault of the unit keeps from its
+// operator. What is no request steers nothing.
 bool steers(const std::string& frame) {
   char* raw = nullptr;
   kestro_jrpc_parse_msg(frame.c_str(), static_cast<int32_t>(frame.size()), &raw);
   const daemons::Allocated<char> text(raw);
   const daemons::Json request(text ? json_loads(text.get(), JSON_REJECT_DUPLICATES, nullptr) : nullptr);
   const char* const method = json_string_value(json_object_get(request.get(), "method"));
-  return method != nullptr && std::string_view(method).substr(0, 4) == "sim.";
+  if (method == nullptr) return false;
+  const std::string_view name(method);
+  return name.substr(0, 4) == "sim." || name == "logger.ReloadConf";
 }
 
 }  // namespace
@@ -58,11 +60,6 @@ Gate::Gate(int32_t subscriber, int32_t publisher, kestro_jrpc_mapping_t* table, 
   require(kestro_mq_socket_set_timeout(inner_subscriber_.get(), inner_patience_ms), "inner time-out");
   require(kestro_mq_socket_connect(inner_subscriber_.get(), KESTRO_MQ_TRANSPORT_INPROC, inner_address, &eid),
           "inner connection");
-  require(kestro_timer_init(&timer_, 1), "no timer");
-}
-
-Gate::~Gate() {
-  if (timer_ >= 0) kestro_timer_free(&timer_);
 }
 
 int Gate::frames_descriptor() const {
@@ -98,7 +95,7 @@ void Gate::serve(const std::string& frame) {
 }
 
 void Gate::release_due() {
-  kestro_timer_read(timer_);
+  static_cast<void>(timer_.take());
   while (!waiting_.empty() && waiting_.begin()->first <= Clock::now()) {
     const auto due = waiting_.extract(waiting_.begin());
     serve(due.mapped());
@@ -108,8 +105,8 @@ void Gate::release_due() {
 
 void Gate::set_timer() const {
   if (waiting_.empty()) return;
-  const std::chrono::duration<float> wait = waiting_.begin()->first - Clock::now();
-  kestro_timer_nsec_set(timer_, std::max(wait.count(), shortest_wait_s), 0);
+  const std::chrono::duration<double> wait = waiting_.begin()->first - Clock::now();
+  timer_.set(std::max(wait.count(), shortest_wait_s));
 }
 
 }  // namespace kestro::simd

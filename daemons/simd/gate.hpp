@@ -8,6 +8,7 @@
 #include <string>
 
 #include "common/bus_sockets.hpp"
+#include "common/timer.hpp"
 #include "kestro_jrpc.h"
 #include "simd/faults.hpp"
 
@@ -15,7 +16,7 @@ namespace kestro::simd {
 
 // Frames come in by a subscriber to the bus. The gate drops them, keeps them until their time, or hands them on at
 // once, over a second pair of sockets inside of the process, to the table of methods. Requests for "sim." methods,
-// which steer the simulation, always pass at once.
+// which steer the simulation, and for "logger.ReloadConf" always pass at once.
 class Gate {
  public:
   // The sockets, the table and the faults belong to the caller and outlive the gate. Throws std::runtime_error when
@@ -23,11 +24,10 @@ class Gate {
   Gate(int32_t subscriber, int32_t publisher, kestro_jrpc_mapping_t* table, const Faults& faults);
   Gate(const Gate&) = delete;
   Gate& operator=(const Gate&) = delete;
-  ~Gate();
 
   // Readable when take_frames(), or release_due(), has something to do.
   [[nodiscard]] int frames_descriptor() const;
-  [[nodiscard]] int due_descriptor() const { return timer_; }
+  [[nodiscard]] int due_descriptor() const { return timer_.descriptor(); }
 
   void take_frames();
   void release_due();
@@ -46,7 +46,7 @@ class Gate {
   const Faults& faults_;
   daemons::BusSocket inner_publisher_;
   daemons::BusSocket inner_subscriber_;
-  int32_t timer_ = -1;
+  daemons::Timer timer_;
   std::multimap<Clock::time_point, std::string> waiting_;
 };
 

@@ -6,8 +6,8 @@
 #include "common/bus_sockets.hpp"
 #include "common/log.hpp"
 #include "common/loop.hpp"
+#include "common/timer.hpp"
 #include "kestro_lsyslog.h"
-#include "kestro_timer.h"
 #include "simd/events.hpp"
 #include "simd/gate.hpp"
 #include "simd/options.hpp"
@@ -18,27 +18,6 @@ namespace {
 
 using namespace kestro;
 using namespace kestro::simd;
-
-// A timer that fires at an interval of seconds; never for 0.
-class Ticks {
- public:
-  explicit Ticks(double interval) {
-    if (interval <= 0) return;
-    kestro_timer_init(&timer_, 1);
-    kestro_timer_nsec_set(timer_, static_cast<float>(interval), static_cast<float>(interval));
-  }
-  Ticks(const Ticks&) = delete;
-  Ticks& operator=(const Ticks&) = delete;
-  ~Ticks() {
-    if (timer_ >= 0) kestro_timer_free(&timer_);
-  }
-  [[nodiscard]] int descriptor() const { return timer_; }
-  // Whether it fired since the last call.
-  [[nodiscard]] bool take() const { return kestro_timer_read(timer_) == 0; }
-
- private:
-  int32_t timer_ = -1;
-};
 
 void run(const Options& options) {
   daemons::Loop loop;
@@ -55,12 +34,11 @@ void run(const Options& options) {
   loop.watch(gate.due_descriptor(), [&] { gate.release_due(); });
 
   Outages outages(options.seed, faults);
-  const Ticks ticks(options.event_interval);
-  if (ticks.descriptor() >= 0) {
-    loop.watch(ticks.descriptor(), [&] {
-      if (ticks.take()) outages.take_turn();
-    });
-  }
+  const daemons::Timer turns;
+  if (options.event_interval > 0) turns.set(options.event_interval, options.event_interval);
+  loop.watch(turns.descriptor(), [&] {
+    if (turns.take()) outages.take_turn();
+  });
 
   daemons::log_info("ready: seed " + std::to_string(options.seed) + ", publishing at " + options.bus.publish);
   loop.run();

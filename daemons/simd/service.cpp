@@ -86,7 +86,7 @@ constexpr std::array<Enumeration, 5> enumerations = {{
     {"vlan_mode", KESTRO_DATA_PORT_VLAN_MODE_MAX_ENUM_VAL, [](auto& port) -> int32_t { return port.vlan_mode; }},
 }};
 
-int32_t check_number(int32_t oec_number, int32_t port_number, json_t** err_data) {
+int32_t check_number(int32_t oec_number, json_int_t port_number, json_t** err_data) {
   const bool head_end = oec_number == KESTRO_DATA_OEC_NUMBER_HEAD_END;
   if (port_number >= 1 && port_number <= (head_end ? head_end_ports : most_ports)) return ok;
   return explain(err_data, no_such_port, head_end ? "the unit's own ports are 1 to 8" : "ports are 1 to 64");
@@ -95,9 +95,9 @@ int32_t check_number(int32_t oec_number, int32_t port_number, json_t** err_data)
 // What the reader of ports lets pass and no hardware would take. Looks at the numbers as they were sent: one that is
 // outside of its enumeration must not be read from the record.
 int32_t check_port(const json_t* element, int32_t oec_number, json_t** err_data) {
-  const auto port_number = static_cast<int32_t>(json_integer_value(json_object_get(element, "port_number")));
-  const int32_t status = check_number(oec_number, port_number, err_data);
-  if (status != ok) return status;
+  const json_int_t number = json_integer_value(json_object_get(element, "port_number"));
+  if (const int32_t status = check_number(oec_number, number, err_data); status != ok) return status;
+  const auto port_number = static_cast<int32_t>(number);
   for (const auto& enumeration : enumerations) {
     const json_int_t value = json_integer_value(json_object_get(element, enumeration.member));
     if (value >= 0 && value < enumeration.count) continue;

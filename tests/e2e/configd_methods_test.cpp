@@ -145,6 +145,9 @@ const std::string no_filter =
     "mac_filters: a list of objects with \"mac\" and \"mask\", two MAC addresses, is expected";
 const std::string no_vlans = "vlan_ids: a list of 1 to 130 different VLANs, 1 to 4050, is expected";
 
+const std::string no_group = "mac_address: the address of one device is expected, no multicast or broadcast";
+const std::string no_alias = "alias: one line of at most 8 characters is expected";
+
 const BadCase bad[] = {
     {"RegisterWithoutId", "oec.Register", "{}", -32602, "Missing expected parameter: 'oec_id'"},
     {"RegisterTwice", "oec.Register", R"({"oec_id":"c1","model":"VTR-E10","mac_address":"02:00:01:00:00:77"})", -32023,
@@ -165,6 +168,19 @@ const BadCase bad[] = {
      -32602, no_switch},
     {"RegisterBadMac", "oec.Register", R"({"oec_id":"c9","model":"VTR-E10","mac_address":"02:00:01"})", -32602,
      "mac_address: a MAC address is expected, like 02:00:01:00:00:01"},
+    {"RegisterBroadcast", "oec.Register", R"({"oec_id":"c9","model":"VTR-E10","mac_address":"FF:FF:FF:FF:FF:FF"})",
+     -32602, no_group},
+    {"RegisterMulticast", "oec.Register", R"({"oec_id":"c9","model":"VTR-E10","mac_address":"01-00-5e-00-00-01"})",
+     -32602, no_group},
+    {"RegisterMulticastOfOneself", "oec.Register",
+     R"({"oec_id":"c9","model":"VTR-E10","mac_address":"0b:00:00:00:00:01"})", -32602, no_group},
+    {"RegisterAliasOfTwoLines", "oec.Register",
+     R"({"oec_id":"c9","model":"VTR-E10","mac_address":"02:00:01:00:00:77","alias":"a\nb"})", -32602, no_alias},
+    {"RegisterAliasWithItsEnd", "oec.Register",
+     R"({"oec_id":"c9","model":"VTR-E10","mac_address":"02:00:01:00:00:77","alias":"lobby\n"})", -32602, no_alias},
+    {"RegisterDescriptionWithItsEnd", "oec.Register",
+     R"({"oec_id":"c9","model":"VTR-E10","mac_address":"02:00:01:00:00:77","description":"lobby\n"})", -32602,
+     "description: one line of at most 50 bytes is expected"},
     {"RegisterLongAlias", "oec.Register",
      R"({"oec_id":"c9","model":"VTR-E10","mac_address":"02:00:01:00:00:77","alias":"123456789"})", -32602,
      "Alias must be 8 characters or fewer."},
@@ -192,6 +208,8 @@ const BadCase bad[] = {
      R"({"port_id":"c1-1","description":"123456789012345678901234567890123456789012345678901"})", -32602,
      "description: one line of at most 50 bytes is expected"},
     {"TwoLines", "ports.SetDescription", R"({"port_id":"c1-1","description":"a\nb"})", -32602,
+     "description: one line of at most 50 bytes is expected"},
+    {"LineWithItsEnd", "ports.SetDescription", R"({"port_id":"c1-1","description":"lobby\n"})", -32602,
      "description: one line of at most 50 bytes is expected"},
     {"VlanTooHigh", "ports.SetVlanAccess", R"({"port_id":"c1-1","vlan_id":4051})", -32602,
      "vlan_id: a VLAN is expected, 1 to 4050"},

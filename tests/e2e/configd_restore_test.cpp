@@ -66,7 +66,9 @@ TEST(ConfigdBackupService, BadFilesAreRefusedWithAReasonAndChangeNothing) {
     EXPECT_EQ(answer.code, -32602) << name;
     EXPECT_THAT(answer.message, testing::HasSubstr(reason)) << name;
   }
-  EXPECT_EQ(unit.call("db.ApplyBackup", R"({"db_filename":"missing.db"})").code, -32052);
+  const Answer missing = unit.call("db.ApplyBackup", R"({"db_filename":"missing.db"})");
+  EXPECT_EQ(missing.code, -32052);
+  EXPECT_EQ(missing.message, "missing.db: No such file or directory; backups are looked for in " + unit.update_dir());
   EXPECT_EQ(unit.stored("SELECT value FROM setting WHERE name = 'revision'"), revision);
   EXPECT_FALSE(unit.is_pending("1"));
   unit.expect_sound_database();
@@ -74,7 +76,7 @@ TEST(ConfigdBackupService, BadFilesAreRefusedWithAReasonAndChangeNothing) {
 
 TEST(ConfigdBackupService, NamesDoNotLeadOutOfTheDirectory) {
   Unit unit;
-  for (const char* name : {"..", "/x", "../unit.db", "a/b", "", "-x", "a b"}) {
+  for (const char* name : {"..", "/x", "../unit.db", "a/b", "", "-x", "a b", R"(unit.db\n)", R"(\nunit.db)"}) {
     const std::string params = R"({"db_filename":")" + std::string(name) + R"("})";
     EXPECT_EQ(unit.call("db.CreateBackup", params).code, -32602) << name;
     // Names that begin with dashes are renamed first, and that fails where there is no such file.

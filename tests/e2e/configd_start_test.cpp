@@ -34,7 +34,19 @@ const CommandLine command_lines[] = {
     {"TimeOutOfNothing",
      {"--bus-publish", "tcp://127.0.0.1:1", "--bus-subscribe", "tcp://127.0.0.1:2", "--hardware-timeout", "0"},
      2,
-     "--hardware-timeout"},
+     "--hardware-timeout: 0.01 to 60 seconds are expected\n"},
+    {"TimeOutOfNoNumber",
+     {"--bus-publish", "tcp://127.0.0.1:1", "--bus-subscribe", "tcp://127.0.0.1:2", "--hardware-timeout", "nan"},
+     2,
+     "--hardware-timeout: 0.01 to 60 seconds are expected\n"},
+    {"DatabaseOfNoName",
+     {"--init", "--bus-publish", "tcp://127.0.0.1:1", "--bus-subscribe", "tcp://127.0.0.1:2", "--database", ""},
+     2,
+     "--database: a path is expected\n"},
+    {"BackupsNowhere",
+     {"--bus-publish", "tcp://127.0.0.1:1", "--bus-subscribe", "tcp://127.0.0.1:2", "--update-dir", ""},
+     2,
+     "--update-dir: a path is expected\n"},
     {"NoDatabase",
      {"--bus-publish", "tcp://127.0.0.1:1", "--bus-subscribe", "tcp://127.0.0.1:2", "--database", "DATABASE"},
      1,
@@ -100,8 +112,9 @@ TEST(ConfigdStart, RequestsOfAnyShapeAreSurvived) {
 
 TEST(ConfigdStart, WhatClientsWriteBeginsNoLineOfTheLog) {
   Unit unit;
-  unit.done("ports.SetDescription", R"({"port_id":"d1","description":"a\u001b[31mb\n"})");
-  EXPECT_TRUE(unit.logs("d1: description is now \"a?[31mb?\"\n"));
+  unit.done("dhcp.SetService", R"({"service_name":"a\u001b[31mb\n","address_range":"10.0.0.0/24","dhcp_range":"",)"
+                               R"("static_leases":[]})");
+  EXPECT_TRUE(unit.logs("DHCP service a?[31mb?: is now 10.0.0.0/24 "));
 }
 
 // Someone has the database open and writes: calls fail as busy, and work again.

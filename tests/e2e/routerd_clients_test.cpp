@@ -171,6 +171,16 @@ TEST(RouterdClients, ThoseWhoVanishBeforeTheirAnswerAreCounted) {
               HasLog(Info, "kestro_routerd", "ports.Late: the client did not get its answer: client_gone\n"));
 }
 
+TEST(RouterdClients, NameOfTheMethodIsOneLineOfTheLog) {
+  Road road;
+  road.connect().send(request(R"(ports.a\nb.Late)", "{}", "1"));
+  ASSERT_TRUE(road.counts("in_flight", 1));
+  road.call(request("ports.Release", "{}", "1"));
+  EXPECT_TRUE(road.counts("client_gone", 1));
+  EXPECT_THAT(road.router().err(),
+              HasLog(Info, "kestro_routerd", "ports.a?b.Late: the client did not get its answer: client_gone\n"));
+}
+
 // ---- Limits ----
 
 TEST(RouterdClients, LongestRequestTravelsAndALongerOneDoesNot) {

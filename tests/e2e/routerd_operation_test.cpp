@@ -297,6 +297,7 @@ TEST(RouterdUsage, HelpNamesEveryOption) {
                              "--timeout", "--stats-name", "--strict-ids", "--help", "--version"}) {
     EXPECT_THAT(process.out(), HasSubstr(option));
   }
+  EXPECT_THAT(process.out(), HasSubstr("2 the command line is wrong"));
 }
 
 TEST(RouterdUsage, VersionIsTold) {
@@ -339,7 +340,8 @@ const Usage usages[] = {
     {"NegativeClients", sound_and({"--max-clients", "-1"}), "--max-clients"},
     {"NoneInFlight", sound_and({"--max-in-flight", "0"}), "--max-in-flight"},
     {"RequestsTooLongForTheBus", sound_and({"--max-request", "1048576"}), "--max-request"},
-    {"NoTimeToRead", sound_and({"--read-timeout", "0"}), "--read-timeout"},
+    {"NoTimeToRead", sound_and({"--read-timeout", "0"}), "--read-timeout: 0.001 to 604800 seconds are expected\n"},
+    {"NanTimeToRead", sound_and({"--read-timeout", "nan"}), "--read-timeout: 0.001 to 604800 seconds are expected\n"},
     {"EndlessTimeToWrite", sound_and({"--write-timeout", "inf"}), "--write-timeout"},
     {"NoNumberToDrain", sound_and({"--drain-timeout", "soon"}), "--drain-timeout"},
     {"MethodWithoutTime", sound_and({"--timeout", "ports.Get"}), "--timeout"},

@@ -92,6 +92,13 @@ TEST(Routerd, SilenceEndsInTheTimedOutObject) {
   EXPECT_THAT(road.router().err(), HasLog(Warning, "kestro_routerd", "ports.Silent: no response in time\n"));
 }
 
+TEST(Routerd, NamesThatClientsChooseBeginNoLineOfTheLog) {
+  Road road({"--timeout", "cache.a\n[\x1b[31mb=0.05"});
+  EXPECT_EQ(road.call(request(R"(cache.a\n[\u001b[31mb)", "{}", "1")), timed_out("1"));
+  EXPECT_TRUE(road.counts("timed_out", 1));
+  EXPECT_THAT(road.router().err(), HasLog(Warning, "kestro_routerd", "cache.a?[?[31mb: no response in time\n"));
+}
+
 TEST(Routerd, TimeOfOneMethodLeavesThatOfOthers) {
   const Road road({"--timeout", "ports.Silent=600", "--timeout", "ports.poe.Silent=0.05"});
   const auto patient = road.connect();

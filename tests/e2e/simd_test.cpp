@@ -163,6 +163,7 @@ const Call configurations[] = {
     {"IncompletePort", configure, ports("100", R"({"port_number":1})"),
      invalid("Missing expected parameter: 'port_status'")},
     {"Port65", configure, ports("100", port("65")), invalid("ports: a member of a port is missing or not acceptable")},
+    {"PortNumberOfMoreThan32Bits", configure, ports("100", port("4294967297")), no_port("ports are 1 to 64")},
     {"UnknownVlanMode", configure, ports("100", port("2", "", "7")), invalid("c100-2: vlan_mode cannot be 7")},
     {"NegativeVlanMode", configure, ports("100", port("2", "", "-1")), invalid("c100-2: vlan_mode cannot be -1")},
     {"BadFilter", configure, ports("100", port("2", R"(,"mac_filters":[{"mac":"no","mask":"no"}])")),
@@ -397,6 +398,7 @@ TEST(Simd, ReloadsItsLogLevelAlsoByANotification) {
   const Finally remove_conf([]() noexcept { std::filesystem::remove(KESTRO_LSYSLOG_CONF_FILE); });
   std::ofstream(KESTRO_LSYSLOG_CONF_FILE) << "[logging_levels]\nsimd=debug\n";
   Unit unit;
+  EXPECT_EQ(unit.call("sim.SetFault", R"({"fault":"silent"})"), "0");  // of the unit, not of its process
   std::ofstream(KESTRO_LSYSLOG_CONF_FILE) << "[logging_levels]\nsimd=info\n";
   unit.caller().publish(KESTRO_JRPC_CHANNEL_DEFAULT, R"({"jsonrpc":"2.0","method":"logger.ReloadConf"})");
   EXPECT_TRUE(eventually(

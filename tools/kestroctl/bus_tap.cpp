@@ -2,12 +2,11 @@
 
 #include <nanomsg/nn.h>
 #include <poll.h>
-#include <sys/signalfd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <utility>
 
+#include "common/signals.hpp"
 #include "kestro_jrpc.h"
 #include "kestro_mq.h"
 #include "kestroctl/exit_status.hpp"
@@ -27,16 +26,6 @@ constexpr std::pair<const char*, const char*> channel_names[] = {
     {KESTRO_JRPC_CHANNEL_DEFAULT, "hardware"},
 };
 
-// Before the sockets of the bus start their threads, which inherit the mask.
-Descriptor block_signals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  return Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-}
-
 const std::vector<std::string>& needed(const std::vector<std::string>& publishers) {
   if (publishers.empty()) {
     throw Failure(Exit::Usage, "which bus? Give --bus ADDRESS for each publisher, or set KESTRO_BUS");
@@ -47,7 +36,7 @@ const std::vector<std::string>& needed(const std::vector<std::string>& publisher
 }  // namespace
 
 BusTap::BusTap(const std::vector<std::string>& publishers, const std::string& channel)
-    : signals_(block_signals()),
+    : signals_(daemons::block_ending_signals()),
       publishers_(publishers.size()),
       socket_(daemons::open_subscriber(needed(publishers), channel)) {}
 
