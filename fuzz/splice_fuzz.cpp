@@ -1,27 +1,19 @@
 // The router's reading and changing of a response, against the JSON library's. The first byte chooses the change.
-
 #include <jansson.h>
 
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 
-#include "core/owned.hpp"
 #include "routerd/response.hpp"
-#include "routerd/splice.hpp"
+#include "support/fuzz.hpp"
+
+using namespace kestro;
+using namespace kestro::fuzz;
 
 namespace {
 
-using kestro::Json;
-using kestro::Text;
-
-void require(bool held) {
-  if (!held) abort();
-}
-
 std::string dumped(const json_t* object) {
   const Text text(json_dumps(object, JSON_COMPACT | JSON_ENSURE_ASCII));
-  require(text != nullptr);
+  require(text != nullptr, "an object can be encoded");
   return text.get();
 }
 
@@ -37,29 +29,31 @@ std::string changed_by_the_library(json_t* object, json_t* transaction_id, json_
 }
 
 void check(const std::string& text, json_t* transaction_id, json_t* id) {
-  kestro::routerd::Response response(text);
+  routerd::Response response(text);
   const Json object(
       json_loads(text.c_str(), JSON_REJECT_DUPLICATES | JSON_DISABLE_EOF_CHECK | JSON_DECODE_ANY, nullptr));
-  require(response.is_sound() == json_is_object(object.get()));
+  require(response.is_sound() == json_is_object(object.get()), "what the library takes for an object is sound");
   if (!response.is_sound()) return;
 
   const json_t* const number = json_object_get(object.get(), "transaction_id");
   const json_t* const method = json_object_get(object.get(), "id");
-  require(response.number() == (json_is_integer(number) ? json_integer_value(number) : -1));
-  require(response.method() == (json_is_string(method) ? json_string_value(method) : ""));
+  require(response.number() == (json_is_integer(number) ? json_integer_value(number) : -1),
+          "the number is the transaction_id");
+  require(response.method() == (json_is_string(method) ? json_string_value(method) : ""), "the method is the id");
 
-  const std::string result = response.change(transaction_id, id);
-  const Json strictly(json_loads(result.c_str(), JSON_REJECT_DUPLICATES, nullptr));
-  require(strictly != nullptr);
-  require(dumped(strictly.get()) == changed_by_the_library(object.get(), transaction_id, id));
+  const Json changed(json_loads(response.change(transaction_id, id).c_str(), JSON_REJECT_DUPLICATES, nullptr));
+  require(changed != nullptr, "what was changed is JSON, and nothing stands behind it");
+  require(dumped(changed.get()) == changed_by_the_library(object.get(), transaction_id, id),
+          "nothing else than what was to be replaced is another");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size == 0) return 0;
-  const Json transaction_id((data[0] & 1) != 0 ? json_real(12.5) : nullptr);
-  const Json id((data[0] & 2) != 0 ? json_string("mine \xe2\x82\xac") : nullptr);
-  check(std::string(reinterpret_cast<const char*>(data) + 1, size - 1), transaction_id.get(), id.get());
+  Input input(data, size);
+  const uint8_t change = input.byte();
+  const Json transaction_id((change & 1) != 0 ? json_real(12.5) : nullptr);
+  const Json id((change & 2) != 0 ? json_string("mine \xe2\x82\xac") : nullptr);
+  check(std::string(input.rest()), transaction_id.get(), id.get());
   return 0;
 }

@@ -12,9 +12,8 @@ seconds=0.5
 if [ "$brief" = --brief ]; then seconds=0.0001; fi
 
 cmake --preset bench >/dev/null
-targets=(kestro kestro_bench kestro-simd kestro-configd kestro-routerd kestroctl)
-if [ -x bench/road/run ]; then targets+=(road); fi
-cmake --build --preset bench --parallel "$(nproc)" --target "${targets[@]}" >&2
+cmake --build --preset bench --parallel "$(nproc)" \
+  --target kestro kestro_bench road kestro-simd kestro-configd kestro-routerd kestroctl >&2
 mkdir -p $build/curves
 rm -f $build/road.json $build/appliance.json $build/instructions.tsv
 
@@ -49,14 +48,12 @@ fi
 strip -o $build/libkestro.stripped $build/lib/libkestro.so
 stat -c %s $build/libkestro.stripped >$build/library_size
 
-if [ -x bench/road/run ]; then
-  if [ "$brief" = --brief ]; then
-    bench/road/run $build --seconds 0.2 --rounds 1 --only-small --no-curves
-  else
-    bench/road/run $build
-  fi
-  echo
+if [ "$brief" = --brief ]; then
+  bench/road/run $build --starts 1 --rounds 1 --only-small --no-curves
+else
+  bench/road/run $build
 fi
+echo
 bench/appliance.py $build ${brief:+"$brief"}
 echo
 bench/report.py $build

@@ -31,6 +31,13 @@ inline json_t* result_for(const json_t* params) {
   return json_incref(list);
 }
 
+// A new reference. For services that do by themselves what the library does for the others.
+inline json_t* response_to(const json_t* request) {
+  return json_pack("{s:s,s:O,s:o,s:O}", "jsonrpc", "2.0", "id", json_object_get(request, "method"), "result",
+                   result_for(json_object_get(request, "params")), "transaction_id",
+                   json_object_get(request, "transaction_id"));
+}
+
 }  // namespace kestro::bench
 
 #endif

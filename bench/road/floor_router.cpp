@@ -4,10 +4,8 @@
 #include <jansson.h>
 #include <nanomsg/nn.h>
 #include <nanomsg/pubsub.h>
-#include <nanomsg/tcp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,6 +14,9 @@
 #include <cstring>
 #include <string>
 #include <unordered_map>
+
+#include "local_bus.hpp"
+#include "unix_socket.hpp"
 
 namespace {
 
@@ -31,30 +32,6 @@ json_int_t next_number = 1;
 int publisher = -1;
 int subscriber = -1;
 int epoll = -1;
-
-int open_socket(int protocol) {
-  const int socket = nn_socket(AF_SP, protocol);
-  const int enable = 1;
-  const int interval_ms = 20;
-  const int buffer = 4 << 20;
-  const int any_size = -1;
-  nn_setsockopt(socket, NN_TCP, NN_TCP_NODELAY, &enable, sizeof enable);
-  nn_setsockopt(socket, NN_SOL_SOCKET, NN_RECONNECT_IVL, &interval_ms, sizeof interval_ms);
-  nn_setsockopt(socket, NN_SOL_SOCKET, NN_SNDBUF, &buffer, sizeof buffer);
-  nn_setsockopt(socket, NN_SOL_SOCKET, NN_RCVBUF, &buffer, sizeof buffer);
-  nn_setsockopt(socket, NN_SOL_SOCKET, NN_RCVMAXSIZE, &any_size, sizeof any_size);
-  return socket;
-}
-
-int listen_at(const char* path) {
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-  unlink(path);
-  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(fd, 4096) != 0) exit(1);
-  return fd;
-}
 
 void watch(int fd) {
   epoll_event event{};
@@ -108,9 +85,11 @@ int main(int argc, char** argv) {
   if (argc < 4) return 2;
   signal(SIGPIPE, SIG_IGN);
   epoll = epoll_create1(0);
-  const int listener = listen_at(argv[1]);
-  publisher = open_socket(NN_PUB);
-  subscriber = open_socket(NN_SUB);
+  const int listener = kestro::bench::listen_at(argv[1]);
+  publisher = kestro::bench::open_socket(NN_PUB);
+  subscriber = kestro::bench::open_socket(NN_SUB);
+  const int any_size = -1;
+  nn_setsockopt(subscriber, NN_SOL_SOCKET, NN_RCVMAXSIZE, &any_size, sizeof any_size);
   nn_setsockopt(subscriber, NN_SUB, NN_SUB_SUBSCRIBE, reply_channel, strlen(reply_channel));
   if (nn_bind(publisher, argv[2]) < 0) return 1;
   for (int i = 3; i < argc; ++i) nn_connect(subscriber, argv[i]);

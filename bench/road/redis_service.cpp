@@ -21,9 +21,7 @@ int main(int argc, char** argv) {
     if (redisGetReply(in, &taken) != REDIS_OK) return 1;
     auto* const message = static_cast<redisReply*>(taken);
     json_t* const request = json_loads(message->element[2]->str, 0, nullptr);
-    json_t* const response = json_pack("{s:s,s:O,s:o,s:O}", "jsonrpc", "2.0", "id", json_object_get(request, "method"),
-                                       "result", kestro::bench::result_for(json_object_get(request, "params")),
-                                       "transaction_id", json_object_get(request, "transaction_id"));
+    json_t* const response = kestro::bench::response_to(request);
     char* const text = json_dumps(response, JSON_COMPACT);
     redisAppendCommand(out, "PUBLISH %s %b", json_string_value(json_object_get(request, "id")), text, strlen(text));
     int all_written = 0;

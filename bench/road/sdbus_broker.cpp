@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,16 +17,9 @@
 
 #include <systemd/sd-bus.h>
 
-namespace {
+#include "unix_socket.hpp"
 
-int listen_at(const char* path) {
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-  if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(fd, 4096) != 0) exit(1);
-  return fd;
-}
+namespace {
 
 void append_batch(sd_bus_message* call) {
   const auto traffic = [call] {
@@ -77,7 +69,7 @@ pid_t start_broker(int controller) {
 int main(int argc, char** argv) {
   std::array<int, 2> ends{};
   if (argc < 2 || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return 2;
-  const int listener = listen_at(argv[1]);
+  const int listener = kestro::bench::listen_at(argv[1]);
   const pid_t broker = start_broker(ends[1]);
   close(ends[1]);
 

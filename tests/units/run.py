@@ -9,6 +9,7 @@ also whether each descriptor is opened close-on-exec.
 Usage: run.py SOURCE_DIRECTORY BUILD_DIRECTORY
 """
 
+import contextlib
 import os
 import pathlib
 import re
@@ -84,7 +85,7 @@ def free_address():
 
 
 class Daemon:
-    """A started unit. `moves` leads its directories elsewhere."""
+    """A started unit. Its directories lie below `work`."""
 
     def __init__(self, unit, program, work, environment):
         self.unit = unit
@@ -108,7 +109,7 @@ class Daemon:
             setpriv += [f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", "--bounding-set=-all"]
         self.process = subprocess.Popen(setpriv + tracer + words[1:], stderr=self.log.open("w"), cwd="/",
                                         env={"PATH": "/usr/bin:/bin", "NOTIFY_SOCKET": str(notify)},
-                                        preexec_fn=self.limit)
+                                        preexec_fn=self.limit, start_new_session=True)
 
     def limit(self):
         os.umask(int(self.unit.one("UMask"), 8))
@@ -125,11 +126,16 @@ class Daemon:
         return text in self.heard
 
     def end(self):
-        if self.pid:
-            os.kill(self.pid, signal.SIGTERM)
-        else:
-            self.process.kill()
-        status = self.process.wait(timeout=PATIENCE)
+        with contextlib.suppress(ProcessLookupError):  # it may have ended by itself
+            if self.pid:
+                os.kill(self.pid, signal.SIGTERM)
+            else:
+                os.killpg(self.process.pid, signal.SIGKILL)
+        try:
+            status = self.process.wait(timeout=PATIENCE)
+        except subprocess.TimeoutExpired:
+            os.killpg(self.process.pid, signal.SIGKILL)
+            status = f"{self.process.wait()}, for SIGTERM does not end it"
         if status != 0:
             findings.append(f"{self.unit.name}: ended with {status}; its log:\n{self.log.read_text()}")
 
@@ -201,6 +207,21 @@ def call_router(work):
             pass
 
 
+def look_at(daemons, work):
+    for daemon in daemons:
+        if not daemon.hears("READY=1"):
+            findings.append(f"{daemon.unit.name}: did not become ready; its log:\n{daemon.log.read_text()}")
+    if findings:
+        return
+    call_router(work)
+    for daemon in daemons:
+        if not daemon.hears("WATCHDOG=1"):
+            findings.append(f"{daemon.unit.name}: does not say that it is alive")
+    mode = os.stat(f"/dev/shm/kestro-units-{os.getpid()}").st_mode & 0o777
+    if mode != 0o644:
+        findings.append(f"kestro-routerd: its counters have mode {mode:o}")
+
+
 def main():
     source, build = (pathlib.Path(argument).resolve() for argument in sys.argv[1:])
     units = [Unit(path) for path in sorted((source / "daemons").glob("*.service"))]
@@ -227,19 +248,12 @@ def main():
             shutil.copy(programs[unit.name], program)
             program.chmod(0o755)
             daemons.append(Daemon(unit, program, work, environment))
-        for daemon in daemons:
-            if not daemon.hears("READY=1"):
-                findings.append(f"{daemon.unit.name}: did not become ready; its log:\n{daemon.log.read_text()}")
-        if not findings:
-            call_router(work)
+        try:
+            look_at(daemons, work)
+        finally:
             for daemon in daemons:
-                if not daemon.hears("WATCHDOG=1"):
-                    findings.append(f"{daemon.unit.name}: does not say that it is alive")
-            mode = os.stat(f"/dev/shm/kestro-units-{os.getpid()}").st_mode & 0o777
-            if mode != 0o644:
-                findings.append(f"kestro-routerd: its counters have mode {mode:o}")
+                daemon.end()
         for daemon in daemons:
-            daemon.end()
             check_trace(daemon)
 
     for finding in findings:
