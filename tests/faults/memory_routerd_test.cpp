@@ -5,6 +5,7 @@
 
 #include <asio/co_spawn.hpp>
 #include <asio/io_context.hpp>
+#include <asio/post.hpp>
 #include <asio/use_awaitable.hpp>
 #include <chrono>
 #include <cstring>
@@ -174,14 +175,18 @@ void enter_the_window(Trial& trial) {
   trial.call({thrown}, [&] {
     return caught([&] {
       routerd::SendWindows windows(100);
-      const bool given_up = false;
+      bool given_up = false;
       asio::io_context io(1);
       const auto status = run(io, [&]() -> asio::awaitable<void> {
-        const auto soon = routerd::SendWindow::Clock::now() + 1ms;
+        const auto later = routerd::SendWindow::Clock::now() + 100s;
         routerd::SendWindow::Place first(windows.of("a channel with a long name"));
         routerd::SendWindow::Place second(windows.of("a channel with a long name"));
-        EXPECT_TRUE(co_await first.enter(io, 1000, soon + 100s, given_up));
-        EXPECT_FALSE(co_await second.enter(io, 1000, soon, given_up));
+        EXPECT_TRUE(co_await first.enter(io, 1000, later, given_up));
+        asio::post(io, [&] {  // when the second one waits
+          given_up = true;
+          windows.wake_all();
+        });
+        EXPECT_FALSE(co_await second.enter(io, 1000, later, given_up));
       });
       if (status != 0) throw std::bad_alloc();
     });
