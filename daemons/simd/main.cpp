@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "common/bus_sockets.hpp"
+#include "common/json_memory.hpp"
 #include "common/log.hpp"
 #include "common/loop.hpp"
 #include "kestro_lsyslog.h"
@@ -69,9 +70,10 @@ void run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const auto options = read_options(argc, argv);
-  kestro_lsyslog_init("simd");
+  daemons::end_without_json_memory("kestro-simd");
   try {
+    const auto options = read_options(argc, argv);
+    kestro_lsyslog_init("simd");
     run(options);
   } catch (const std::exception& failure) {
     fprintf(stderr, "kestro-simd: %s\n", failure.what());
