@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <exception>
 
-#include "common/json_memory.hpp"
+#include "common/last_resort.hpp"
 #include "common/loop.hpp"
 #include "configd/database.hpp"
 #include "configd/options.hpp"
@@ -11,6 +11,7 @@
 #include "kestro_lsyslog.h"
 
 int main(int argc, char** argv) {
+  kestro::daemons::end_on_stray_exceptions("kestro-configd");
   kestro::daemons::end_without_json_memory("kestro-configd");
   try {
     const auto options = kestro::configd::read_options(argc, argv);

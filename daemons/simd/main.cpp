@@ -4,7 +4,7 @@
 #include <exception>
 
 #include "common/bus_sockets.hpp"
-#include "common/json_memory.hpp"
+#include "common/last_resort.hpp"
 #include "common/log.hpp"
 #include "common/loop.hpp"
 #include "kestro_lsyslog.h"
@@ -70,6 +70,7 @@ void run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  daemons::end_on_stray_exceptions("kestro-simd");
   daemons::end_without_json_memory("kestro-simd");
   try {
     const auto options = read_options(argc, argv);
