@@ -84,9 +84,16 @@ enum class From {
   Trial   // of which there are several to a program
 };
 
+// What is tried where not everything is wanted.
+enum class Extent {
+  Usual,  // as other campaigns, with each error
+  Sparse  // where a trial takes a tenth of a second: fewer, with one error each
+};
+
 class ProgramCampaign {
  public:
-  ProgramCampaign(const ControlFile& control, From from) : control_(control), from_(from) {}
+  ProgramCampaign(const ControlFile& control, From from, Extent extent = Extent::Usual)
+      : control_(control), from_(from), sparse_(extent == Extent::Sparse && !wants_all()) {}
 
   // Tries again and again, each time with another allocation that fails, until none is left or a check failed.
   void fail_each_allocation(Persistence persistence, int few, const std::function<void()>& trial) {
@@ -98,16 +105,15 @@ class ProgramCampaign {
     });
     control_->memory_from_start = false;
   }
-  // As well, with each occurrence of each call and each of its errors; where not all is wanted, with one error to an
-  // occurrence.
+  // As well, with each occurrence of each call and its errors.
   void fail_each_call(const std::vector<FailingCall>& rows, int few, const std::function<void()>& trial) {
     for (const auto& row : rows) {
-      const size_t rounds = wants_all() ? row.errors.size() : 1;
+      const size_t rounds = sparse_ ? 1 : row.errors.size();
       for (size_t round = 0; round < rounds; ++round) {
         size_t next = round;
         const int failed = fail_each(row.call, few, trial, [&](int nth) {
           const int error = row.errors[next % row.errors.size()];
-          next += wants_all() ? 0 : 1;
+          next += sparse_ ? 1 : 0;
           control_->calls.make(nth, Persistence::Once);
           control_->choose(row.call, error);
           control_->calls_from_start = from_ == From::Start;
@@ -124,9 +130,9 @@ class ProgramCampaign {
   [[nodiscard]] int trials() const { return trials_; }
 
  private:
-  // A trial is the life of a process: fewer of them than of other campaigns.
-  static bool is_wanted(int nth, int few) {
-    return wants_all() || nth <= few || (std::has_single_bit(static_cast<unsigned>(nth)) && nth % 3 == 1);
+  [[nodiscard]] bool is_wanted(int nth, int few) const {
+    if (!sparse_) return is_chosen(nth, few);
+    return nth <= few || (std::has_single_bit(static_cast<unsigned>(nth)) && nth % 3 == 1);  // 1, 4, 16, 64 ...
   }
   // How often something failed.
   int fail_each(const std::string& what, int few, const std::function<void()>& trial,
@@ -147,6 +153,7 @@ class ProgramCampaign {
 
   const ControlFile& control_;
   From from_;
+  bool sparse_;
   int trials_ = 0;
 };
 
