@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "configd/database.hpp"
@@ -116,6 +117,7 @@ struct Operation {
   void (*undo)(Unit& unit);
   std::vector<FailingCall> calls;
 };
+void nothing_to_undo(Unit& /*unit*/) {}
 void PrintTo(const Operation& operation, std::ostream* out) {
   *out << operation.name;
 }
@@ -128,12 +130,12 @@ std::vector<FailingCall> with(std::vector<FailingCall> calls, const std::vector<
 class FailingConfigd : public testing::TestWithParam<Operation> {
  protected:
   void SetUp() override {
-    unit = std::make_unique<Unit>("0.3");
+    unit = std::make_unique<Unit>("1");
     unit->register_switch();
-    unit->done("ports.SetVlanAccess", R"({"port_id":"c1-2","vlan_id":30})");
-    unit->done("db.CreateBackup", R"({"db_filename":"with30.db"})");
-    unit->done("ports.SetVlanLocal", R"({"port_id":"c1-2"})");
-    ASSERT_EQ(ask(), "0 ");  // what is made once is made
+    must("ports.SetVlanAccess", R"({"port_id":"c1-2","vlan_id":30})");
+    must("db.CreateBackup", R"({"db_filename":"with30.db"})");
+    must("ports.SetVlanLocal", R"({"port_id":"c1-2"})");
+    EXPECT_TRUE(eventually([this] { return ask() == "0 "; }));  // what is made once is made
     undo();
     held = descriptors(unit->daemon().pid());
   }
@@ -156,14 +158,19 @@ class FailingConfigd : public testing::TestWithParam<Operation> {
     const Answer answer = unit->receive(number);
     return std::to_string(answer.code) + " " + answer.message;
   }
-  // Not before the hardware is heard again: while it is silent the service refuses to change anything.
+  // Nothing fails, but the hardware may still be taken for silent.
+  void must(const std::string& method, const std::string& params) {
+    EXPECT_TRUE(eventually([&] { return unit->call(method, params).code == 0; })) << unit->daemon().err();
+  }
   void undo() {
-    EXPECT_TRUE(eventually([&] {
-      if (unit->call("ports.poe.GetInstantPower", R"({"port_id":"c1-1"})").code != 0) return false;
-      if (GetParam().is_done(*unit)) GetParam().undo(*unit);
-      return true;
+    must("ports.poe.GetInstantPower", R"({"port_id":"c1-1"})");
+    EXPECT_TRUE(eventually([this] {
+      if (is_only_read() || !GetParam().is_done(*unit)) return true;
+      GetParam().undo(*unit);
+      return !GetParam().is_done(*unit);
     })) << unit->daemon().err();
   }
+  [[nodiscard]] bool is_only_read() const { return GetParam().undo == nothing_to_undo; }
 
   void try_once() {
     const std::string status = ask();
@@ -210,7 +217,9 @@ class FailingConfigd : public testing::TestWithParam<Operation> {
 
 TEST_P(FailingConfigd, EachAllocation) {
   campaign.fail_each_allocation(Persistence::Once, 4, [this] { try_once(); });
-  campaign.fail_each_allocation(Persistence::ForEver, 1, [this] { try_once(); });
+  // Which ends the service nearly every time, and starting it takes long.
+  const bool one_of_many = std::string_view(GetParam().name) == "SetVlan";
+  if (wants_all() || one_of_many) campaign.fail_each_allocation(Persistence::ForEver, 1, [this] { try_once(); });
   expect_nothing_left();
   tell();
 }
@@ -231,13 +240,13 @@ bool is_stored(const Unit& unit, const char* sql) {
 }
 
 const std::vector<Operation> operations = {
-    {"List", "oec.List", "{}", [](const Unit&) { return true; }, [](Unit&) {}, {}},
+    {"List", "oec.List", "{}", [](const Unit&) { return true; }, nothing_to_undo, {}},
     {"Register", "oec.Register", R"({"oec_id":"c2","model":"VTR-E30p","mac_address":"02:00:01:00:00:77"})",
      [](const Unit& unit) { return is_stored(unit, "SELECT count(*) FROM edge_switch WHERE number = 2"); },
-     [](Unit& unit) { unit.done("oec.Remove", R"({"oec_id":"c2"})"); }, database_calls},
+     [](Unit& unit) { unit.call("oec.Remove", R"({"oec_id":"c2"})"); }, database_calls},
     {"SetVlan", "ports.SetVlanAccess", R"({"port_id":"c1-1","vlan_id":20})",
      [](const Unit& unit) { return is_stored(unit, "SELECT count(*) FROM port_vlan WHERE vlan_id = 20"); },
-     [](Unit& unit) { unit.done("ports.SetVlanLocal", R"({"port_id":"c1-1"})"); }, database_calls},
+     [](Unit& unit) { unit.call("ports.SetVlanLocal", R"({"port_id":"c1-1"})"); }, database_calls},
     {"CreateBackup", "db.CreateBackup", R"({"db_filename":"b.db"})",
      [](const Unit& unit) {
        if (!std::filesystem::exists(unit.update_file("b.db"))) return false;
@@ -248,7 +257,7 @@ const std::vector<Operation> operations = {
      with(database_calls, {{"fsync", {EIO}}, {"rename", {EACCES, ENOSPC}}})},
     {"ApplyBackup", "db.ApplyBackup", R"({"db_filename":"with30.db"})",
      [](const Unit& unit) { return is_stored(unit, "SELECT count(*) FROM port_vlan WHERE vlan_id = 30"); },
-     [](Unit& unit) { unit.done("ports.SetVlanLocal", R"({"port_id":"c1-2"})"); }, database_calls},
+     [](Unit& unit) { unit.call("ports.SetVlanLocal", R"({"port_id":"c1-2"})"); }, database_calls},
 };
 INSTANTIATE_TEST_SUITE_P(Operations, FailingConfigd, testing::ValuesIn(operations), name_of<Operation>);
 

@@ -79,6 +79,10 @@ std::vector<FailingCall> with_output(std::vector<FailingCall> calls) {
   calls.insert(calls.end(), output_calls.begin(), output_calls.end());
   return calls;
 }
+std::vector<FailingCall> with_threads(std::vector<FailingCall> calls) {
+  calls.push_back({"pthread_create", {EAGAIN}});
+  return calls;
+}
 const std::vector<FailingCall> exchange_calls = {
     {"socket", {EMFILE, ENFILE, ENOMEM, EACCES}},
     {"setsockopt", {ENOMEM}},
@@ -122,7 +126,7 @@ class FailingKestroctl : public testing::TestWithParam<Verb> {
   void tell() const { printf("[   FAULTS ] %d runs failed, %d did not\n", failed_, done_); }
 
   ControlFile control;
-  ProgramCampaign campaign{control, From::Start};
+  ProgramCampaign campaign{control, From::Start, Extent::Sparse};
   std::string expected_;
   int done_ = 0;
   int failed_ = 0;
@@ -147,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::ValuesIn(std::vector<Verb>{
         {"Call", {"call", "ports.Get", R"({"port_id":"c1-1"})"}, with_output(exchange_calls)},
         {"Refused", {"call", "--raw", "ports.Get"}, with_output(exchange_calls), 1},
-        {"List", {"list"}, with_output(exchange_calls)},
+        {"List", {"list"}, with_output(with_threads(exchange_calls))},
         {"Explain", {"explain", "-6"}, output_calls},
         {"Check", {"check", "port_id", "c1-1"}, output_calls, 0, "refused: it takes too much work to check (-1)"},
     }),
@@ -181,7 +185,7 @@ class FailingKestroctlLog : public testing::Test {
 
   TempDir dir;
   ControlFile control;
-  ProgramCampaign campaign{control, From::Start};
+  ProgramCampaign campaign{control, From::Start, Extent::Sparse};
 };
 
 TEST_F(FailingKestroctlLog, EachAllocation) {
