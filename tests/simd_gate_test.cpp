@@ -4,7 +4,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 
+#include <cerrno>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -13,6 +15,7 @@
 #include "kestro_jrpc.h"
 #include "kestro_mq.h"
 #include "support/bus.hpp"
+#include "support/faults.hpp"
 #include "support/log.hpp"
 #include "support/process.hpp"
 
@@ -30,6 +33,13 @@ class SimdGate : public testing::Test {
   void request(const std::string& method) const {
     kestro_mq_socket_send(requests_.publisher.handle(),
                           (R"(channel|{"jsonrpc":"2.0","method":")" + method + R"(","id":"reply"})").c_str());
+  }
+  // Returns when there is something for the gate to take.
+  void await_frame() const {
+    int fd = -1;
+    ASSERT_EQ(kestro_mq_socket_recvfd(requests_.subscriber.handle(), &fd), 0);
+    pollfd readable{fd, POLLIN, 0};
+    ASSERT_EQ(poll(&readable, 1, 60'000), 1);
   }
   void set(const std::string& word) { faults_.set(parse_fault(word).value()); }
 
@@ -73,6 +83,14 @@ TEST_F(SimdGate, IsOpenFromTheFirstFrameOn) {
   request("emac.One");
   request("emac.Two");
   EXPECT_THAT(answers(2), ElementsAre("emac.One", "emac.Two"));
+}
+
+TEST_F(SimdGate, ServesAFrameWhoseReceiveFailed) {
+  request("emac.One");
+  await_frame();
+  const test::Fault behind_the_gate("nn_recv", EINTR, 2);
+  EXPECT_THAT(answers(1), ElementsAre("emac.One"));
+  EXPECT_TRUE(behind_the_gate.fired());
 }
 
 TEST_F(SimdGate, ASilentUnitAnswersWhoSteersIt) {

@@ -35,6 +35,22 @@ void run_schema(sqlite3* db, const std::string& where) {
   }
 }
 
+// Removes a file at the end of the scope, however that is reached.
+struct Gone {
+  const std::string& path;
+  ~Gone() { ::unlink(path.c_str()); }
+};
+
+// Under a name of its own until it is complete. A file that came meanwhile stays: link() replaces none.
+void place_new(const std::string& path) {
+  const std::string draft = path + ".new";
+  ::unlink(draft.c_str());
+  const Gone gone{draft};
+  run_schema(open_raw(draft, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE).get(), draft);
+  if (::link(draft.c_str(), path.c_str()) == 0 || errno == EEXIST) return;
+  throw std::runtime_error("cannot create " + path + ": " + strerror(errno));
+}
+
 // A file that is moved must be there after a power cut, under its new name.
 void sync_directory_of(const std::string& path) {
   const auto directory = std::filesystem::absolute(path).parent_path();
@@ -152,16 +168,9 @@ std::string Statement::text(int column) const {
   return text != nullptr ? text : "";
 }
 
-// Under a name of its own until it is complete. A file that came meanwhile stays: link() replaces none.
 void Database::create(const std::string& path) {
   if (std::filesystem::exists(path)) return;
-  const std::string draft = path + ".new";
-  ::unlink(draft.c_str());
-  run_schema(open_raw(draft, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE).get(), draft);
-  const int linked = ::link(draft.c_str(), path.c_str());
-  const int error = errno;
-  ::unlink(draft.c_str());
-  if (linked != 0 && error != EEXIST) throw std::runtime_error("cannot create " + path + ": " + strerror(error));
+  place_new(path);
   sync_directory_of(path);
   daemons::log_info("created the database " + path);
 }

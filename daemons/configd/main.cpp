@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "common/last_resort.hpp"
 #include "common/loop.hpp"
 #include "configd/database.hpp"
 #include "configd/options.hpp"
@@ -10,9 +11,11 @@
 #include "kestro_lsyslog.h"
 
 int main(int argc, char** argv) {
-  const auto options = kestro::configd::read_options(argc, argv);
-  kestro_lsyslog_init("configd");
+  kestro::daemons::end_on_stray_exceptions("kestro-configd");
+  kestro::daemons::end_without_json_memory("kestro-configd");
   try {
+    const auto options = kestro::configd::read_options(argc, argv);
+    kestro_lsyslog_init("configd");
     kestro::daemons::Loop loop;
     if (options.init) kestro::configd::Database::create(options.database);
     kestro::configd::Service(loop, options).run();

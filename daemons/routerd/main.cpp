@@ -1,12 +1,12 @@
 // kestro-routerd: brings JSON-RPC clients onto the message bus.
 
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <asio/io_context.hpp>
 #include <cstdio>
 #include <exception>
 
+#include "common/last_resort.hpp"
 #include "kestro_lsyslog.h"
 #include "routerd/memory.hpp"
 #include "routerd/options.hpp"
@@ -22,22 +22,11 @@ void raise_descriptor_limit() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-// Where the event loop has no memory for itself, it lets an exception out where none may leave. That is no reason for a
-// core: the process ends as after any failure, and the service manager starts it again.
-[[noreturn]] void end_on_failure() noexcept {
-  try {
-    if (const auto failure = std::current_exception()) std::rethrow_exception(failure);
-    fputs("kestro-routerd: the event loop failed\n", stderr);
-  } catch (const std::exception& failure) {
-    fprintf(stderr, "kestro-routerd: %s\n", failure.what());
-  }
-  _exit(1);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::set_terminate(end_on_failure);
+  // Where the event loop has no memory for itself, it lets an exception out where none may leave.
+  kestro::daemons::end_on_stray_exceptions("kestro-routerd");
   kestro::routerd::guard_json_memory();
   try {
     auto options = kestro::routerd::read_options(argc, argv);

@@ -20,6 +20,10 @@ constexpr int frames_at_a_time = 64;
 // No frame is lost between the inner sockets; this only keeps the daemon from waiting for ever should one be.
 constexpr int inner_patience_ms = 1000;
 
+// As many frames are looked for after a served one.
+constexpr int most_left_behind = 3;
+constexpr int32_t nothing_there = -46;
+
 constexpr double shortest_wait_s = 0.001;
 
 void require(int32_t status, const char* what) {
@@ -91,7 +95,11 @@ void Gate::decide(std::string frame) {
 void Gate::serve(const std::string& frame) {
   if (kestro_mq_socket_send(inner_publisher_.get(), frame.c_str()) != 0) return;
   int32_t inner = inner_subscriber_.get();
-  kestro_jrpc_mq_run(&inner, &publisher_, table_, 0);
+  int32_t status = kestro_jrpc_mq_run(&inner, &publisher_, table_, 0);
+  // Where the receive failed the frame is still there, and would be served in the place of the next one.
+  for (int more = 0; more < most_left_behind && status != nothing_there; ++more) {
+    status = kestro_jrpc_mq_run(&inner, &publisher_, table_, 1);
+  }
 }
 
 void Gate::release_due() {

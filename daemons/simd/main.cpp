@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "common/bus_sockets.hpp"
+#include "common/last_resort.hpp"
 #include "common/log.hpp"
 #include "common/loop.hpp"
 #include "common/timer.hpp"
@@ -47,9 +48,11 @@ void run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const auto options = read_options(argc, argv);
-  kestro_lsyslog_init("simd");
+  daemons::end_on_stray_exceptions("kestro-simd");
+  daemons::end_without_json_memory("kestro-simd");
   try {
+    const auto options = read_options(argc, argv);
+    kestro_lsyslog_init("simd");
     run(options);
   } catch (const std::exception& failure) {
     fprintf(stderr, "kestro-simd: %s\n", failure.what());

@@ -8,6 +8,13 @@ namespace {
 
 constexpr double longest_interval = 7 * 24 * 3600;
 
+// Looked at again: what was accepted a moment ago may be refused where memory runs out.
+Fault accepted(const std::string& word) {
+  const auto fault = parse_fault(word);
+  if (!fault) throw CLI::ValidationError("--fault", "cannot read \"" + word + "\"");
+  return *fault;
+}
+
 std::string check_fault(const std::string& text) {
   return parse_fault(text) ? "" : "\"" + text + "\" is none of offline, offline=SWITCH, silent, late=MILLISECONDS";
 }
@@ -28,7 +35,7 @@ void add_options(CLI::App& app, Options& options) {
   app.add_option_function<std::vector<std::string>>(
          "--fault",
          [&options](const std::vector<std::string>& words) {
-           for (const auto& word : words) options.faults.push_back(*parse_fault(word));
+           for (const auto& word : words) options.faults.push_back(accepted(word));
          },
          "what is wrong from the start: offline, offline=c3, silent, late=1500; repeatable")
       ->check(CLI::Validator(check_fault, ""))

@@ -245,7 +245,7 @@ class Unit {
     // What is sent before both directions are linked is lost.
     const bool up = eventually([&] {
       const int64_t number = send("oec.List", "{}");
-      const auto patience = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
+      const auto patience = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
       while (std::chrono::steady_clock::now() < patience) {
         if (take_one() && answers_by_number_.contains(number)) return true;
       }
@@ -262,11 +262,13 @@ class Unit {
     kestro_mq_socket_send(requests_.handle(), (std::string(KESTRO_JRPC_CHANNEL_3A6F8F51) + "|" + message).c_str());
     return number;
   }
+  // Takes what is there, or comes within a moment.
+  bool has_come(int64_t number) {
+    take_one();
+    return answers_by_number_.contains(number);
+  }
   Answer receive(int64_t number) {
-    const bool came = eventually([&] {
-      take_one();
-      return answers_by_number_.contains(number);
-    });
+    const bool came = eventually([&] { return has_come(number); });
     if (!came) throw std::runtime_error("no answer; the log:\n" + daemon().err());
     return answers_by_number_.at(number);
   }

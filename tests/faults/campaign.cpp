@@ -164,9 +164,13 @@ Outcome perform(const Performance& what) {
   return outcome;
 }
 
-bool is_chosen(int nth, int few) {
+bool wants_all() {
   static const char* const wish = getenv("KESTRO_FAULTS");
-  if (wish != nullptr && strcmp(wish, "all") == 0) return true;
+  return wish != nullptr && strcmp(wish, "all") == 0;
+}
+
+bool is_chosen(int nth, int few) {
+  if (wants_all()) return true;
   // Behind the first few: two of them to each doubling.
   if (nth <= few) return true;
   const auto number = static_cast<unsigned>(nth);

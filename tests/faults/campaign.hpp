@@ -101,8 +101,10 @@ struct Performance {
 // earnest.
 Outcome perform(const Performance& performance);
 
-// The whole campaign where the environment has KESTRO_FAULTS=all, else a part of it: the first `few`, and from there on
-// ever fewer.
+// Whether the environment has KESTRO_FAULTS=all, and so wants whole campaigns.
+bool wants_all();
+
+// Whether a trial belongs to the part of the campaign that is wanted: the first `few`, and from there on ever fewer.
 bool is_chosen(int nth, int few);
 
 }  // namespace kestro::test

@@ -118,11 +118,7 @@ Range message_library() noexcept {
 
 bool fails(const void* caller) noexcept {
   Plan& plan = *the_plan;
-  if (!plan.watches_me()) return false;
-  static const Range excepted = message_library();
-  const auto place = reinterpret_cast<uintptr_t>(caller);
-  if (place >= excepted.begin && place < excepted.end) return false;
-  if (!plan.fails()) return false;
+  if (!plan.watches_me() || is_in_message_library(caller) || !plan.fails()) return false;
   errno = ENOMEM;
   return true;
 }
@@ -151,6 +147,12 @@ void* or_throw(void* block) {
 }
 
 }  // namespace
+
+bool is_in_message_library(const void* place) noexcept {
+  static const Range library = message_library();
+  const auto address = reinterpret_cast<uintptr_t>(place);
+  return address >= library.begin && address < library.end;
+}
 
 Plan& FailingMalloc::plan() noexcept {
   return *the_plan;

@@ -11,6 +11,9 @@
 
 namespace kestro::test {
 
+// Whether this is a place in the code of the message library.
+bool is_in_message_library(const void* place) noexcept;
+
 class FailingMalloc {
  public:
   // What decides; another one may take its place.

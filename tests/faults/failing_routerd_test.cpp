@@ -1,28 +1,17 @@
 // The router daemon while its allocations and its system calls fail. Each client gets its whole answer, or none; the
 // clients that come later get theirs.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <map>
 #include <memory>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "e2e/routerd.hpp"
-#include "faults/campaign.hpp"
-#include "faults/failing_routerd.hpp"
+#include "faults/failing_process.hpp"
 #include "support/temp_dir.hpp"
 
 namespace kestro::test {
@@ -31,35 +20,6 @@ namespace {
 using testing::AnyOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-// The file through which a daemon is told what to fail.
-class ControlFile {
- public:
-  ControlFile() {
-    const std::string path = dir_.write("control", std::string(sizeof(Control), '\0'));
-    const Descriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC));
-    page_ = mmap(nullptr, sizeof(Control), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
-    if (page_ == MAP_FAILED) throw std::runtime_error("no control");
-    control_ = new (page_) Control();
-    setenv(control_variable, path.c_str(), 1);
-  }
-  ControlFile(const ControlFile&) = delete;
-  ControlFile& operator=(const ControlFile&) = delete;
-  ~ControlFile() {
-    unsetenv(control_variable);
-    munmap(page_, sizeof(Control));
-  }
-  Control* operator->() const { return control_; }
-
- private:
-  TempDir dir_;
-  void* page_ = nullptr;
-  Control* control_ = nullptr;
-};
-
-auto descriptors(pid_t pid) {
-  return std::distance(std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"), {});
-}
 
 class FailingRouterd : public testing::Test {
  protected:
@@ -72,12 +32,7 @@ class FailingRouterd : public testing::Test {
     ASSERT_TRUE(road->counts("clients", 0));
     held = descriptors(road->router().pid());
   }
-  [[nodiscard]] bool runs() const { return kill(road->router().pid(), 0) == 0 && !has_ended(); }
-  [[nodiscard]] bool has_ended() const {
-    siginfo_t info{};
-    return waitid(P_PID, static_cast<id_t>(road->router().pid()), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-           info.si_pid != 0;
-  }
+  [[nodiscard]] bool has_ended() const { return test::has_ended(road->router()); }
   // What a client gets for a request; nothing when it cannot even connect.
   [[nodiscard]] std::string ask() const {
     try {
@@ -119,43 +74,30 @@ class FailingRouterd : public testing::Test {
 
 // Where it is the event loop's own memory that lacks, the daemon ends, but in good order.
 TEST_F(FailingRouterd, EachAllocationOfARequestFails) {
-  int trials = 0;
+  ProgramCampaign campaign(control, From::Trial);
   int ends = 0;
-  for (const auto persistence : {Persistence::Once, Persistence::ForEver}) {
-    for (int nth = 1;; ++nth) {
-      if (!is_chosen(nth, persistence == Persistence::Once ? 40 : 4)) continue;
-      SCOPED_TRACE("allocation " + std::to_string(nth));
-      control->memory.make(nth, persistence);
-      control->memory.watch_again();
-      const std::string received = ask();
-      control->memory.rest();
-      const bool reached = control->memory.failed() > 0;
-      expect_whole(received);
-      ++trials;
-      if (!is_sound()) {
-        ++ends;
-        EXPECT_EQ(road->router().wait(), 1) << road->router().err();
-        EXPECT_THAT(road->router().err(), AnyOf(HasSubstr("out of memory\n"), HasSubstr("kestro-routerd: ")));
-        start();
-      }
-      ASSERT_FALSE(HasFailure()) << road->router().err();
-      if (!reached) break;
+  const auto trial = [&] {
+    const std::string received = ask();
+    control.rest();
+    expect_whole(received);
+    if (!is_sound()) {
+      ++ends;
+      EXPECT_EQ(road->router().wait(), 1) << road->router().err();
+      EXPECT_THAT(road->router().err(), AnyOf(HasSubstr("out of memory\n"), HasSubstr("kestro-routerd: ")));
+      start();
     }
-  }
+    ASSERT_FALSE(HasFailure()) << road->router().err();
+  };
+  campaign.fail_each_allocation(Persistence::Once, 40, trial);
+  campaign.fail_each_allocation(Persistence::ForEver, 4, trial);
   expect_no_descriptor_lost();
-  printf("[   FAULTS ] %d allocations failed, %d ended the daemon\n", trials, ends);
+  printf("[   FAULTS ] %d allocations failed, %d ended the daemon\n", campaign.trials(), ends);
 }
 
 // ---- System calls
 
-struct RunningRow {
-  const char* call;
-  std::vector<int> errors;  // 0: shortened
-  bool always = true;       // it is made for every request, not just where one side is slower
-};
-
 TEST_F(FailingRouterd, EachSystemCallOfARequestFails) {
-  const std::vector<RunningRow> rows = {
+  const std::vector<FailingCall> rows = {
       {"accept4", {EAGAIN, EINTR, ECONNABORTED, EMFILE, ENFILE, ENOBUFS, ENOMEM, EPERM, EPROTO}},
       {"epoll_ctl", {ENOMEM, ENOSPC}, false},
       {"recv", {0, EINTR, EAGAIN, ECONNRESET, ETIMEDOUT, ENOMEM}},
@@ -168,36 +110,23 @@ TEST_F(FailingRouterd, EachSystemCallOfARequestFails) {
       {"nn_recv", {EAGAIN, EINTR, ENOMEM}},
       {"nn_freemsg", {EFAULT}},
   };
-  int injections = 0;
-  for (const auto& row : rows) {
-    for (const int error : row.errors) {
-      for (int nth = 1;; ++nth) {
-        if (!is_chosen(nth, 4)) continue;
-        SCOPED_TRACE(std::string(row.call) + " number " + std::to_string(nth) + ": " + strerror(error));
-        control->calls.make(nth, Persistence::Once);
-        control->choose(row.call, error);
-        control->calls.watch_again();
-        const std::string received = ask();
-        // The client hears of its end before the daemon has closed the connection.
-        for (int tries = 0; tries < 20 && control->calls.seen() < nth; ++tries) usleep(5'000);
-        control->calls.rest();
-        const bool reached = control->calls.failed() > 0;
-        expect_whole(received);
-        EXPECT_TRUE(reached || nth > 1 || !row.always) << "is not called";
-        EXPECT_TRUE(is_sound()) << road->router().err();
-        ASSERT_FALSE(HasFailure()) << road->router().err();
-        if (!reached) break;
-        ++injections;
-      }
-    }
-  }
+  ProgramCampaign campaign(control, From::Trial);
+  campaign.fail_each_call(rows, 4, [&] {
+    const std::string received = ask();
+    // The client hears of its end before the daemon has closed the connection.
+    for (int tries = 0; tries < 20 && control.failed() == 0; ++tries) usleep(5'000);
+    control.rest();
+    expect_whole(received);
+    EXPECT_TRUE(is_sound()) << road->router().err();
+    ASSERT_FALSE(HasFailure()) << road->router().err();
+  });
   expect_no_descriptor_lost();
-  printf("[   FAULTS ] %d calls failed\n", injections);
+  printf("[   FAULTS ] %d calls failed\n", campaign.trials());
 }
 
 // Counters that cannot be published once are published the next time.
 TEST_F(FailingRouterd, EachSystemCallOfTheCountersFails) {
-  const std::vector<RunningRow> rows = {
+  const std::vector<FailingCall> rows = {
       {"shm_open", {EMFILE, ENOENT}}, {"mmap", {ENOMEM}}, {"madvise", {ENOMEM}}, {"timerfd_settime", {EINVAL}}};
   for (const auto& row : rows) {
     for (const int error : row.errors) {
@@ -220,61 +149,46 @@ TEST_F(FailingRouterd, EachSystemCallOfTheCountersFails) {
 
 class FailingStart : public testing::Test {
  protected:
-  // Starts the daemon and sees it come up, or end with a word and status 1. Whether something failed.
-  bool start_once() {
-    const Process daemon({KESTRO_ROUTERD, "--listen-unix", dir.file("router.sock"), "--bus-publish", address,
-                          "--bus-subscribe", free_bus_address(), "--stats-name",
-                          "/kestro-" + dir.path().filename().string(), "--drain-timeout", "0.1"});
-    auto& process = const_cast<Process&>(daemon);
-    const auto ended = [&] {
-      siginfo_t info{};
-      return waitid(P_PID, static_cast<id_t>(daemon.pid()), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-             info.si_pid != 0;
-    };
-    EXPECT_TRUE(eventually([&] { return ended() || daemon.err().find("ready: clients at") != std::string::npos; }))
-        << "neither ready nor ended: " << daemon.err();
-    const bool refused = ended();
-    control->memory.rest();
-    control->calls.rest();
-    const int failed = control->memory.failed() + control->calls.failed();
-    const int status = refused ? process.wait() : process.terminate();
+  // Starts the daemon and sees it come up, or end with a word and status 1.
+  void start_once() {
+    Process daemon({KESTRO_ROUTERD, "--listen-unix", dir.file("router.sock"), "--bus-publish", address,
+                    "--bus-subscribe", free_bus_address(), "--stats-name", "/kestro-" + dir.path().filename().string(),
+                    "--drain-timeout", "0.1"});
+    EXPECT_TRUE(eventually([&] {
+      return has_ended(daemon) || daemon.err().find("ready: clients at") != std::string::npos;
+    })) << "neither ready nor ended: "
+        << daemon.err();
+    const bool refused = has_ended(daemon);
+    control.rest();
+    const int status = refused ? daemon.wait() : daemon.terminate();
     if (refused) {
-      EXPECT_GT(failed, 0) << daemon.err();
+      EXPECT_GT(control.failed(), 0) << daemon.err();
       EXPECT_EQ(status, 1) << daemon.err();
       EXPECT_THAT(daemon.err(), AnyOf(HasSubstr("kestro-routerd: "), HasSubstr("out of memory\n"))) << daemon.err();
     } else {
       EXPECT_EQ(status, 0) << daemon.err();
     }
-    (refused ? ended_ : came_up_) += failed > 0 ? 1 : 0;
-    return failed > 0;
+    (refused ? ended_ : came_up_) += control.failed() > 0 ? 1 : 0;
   }
 
   TempDir dir;
   std::string address = free_bus_address();
   ControlFile control;
+  ProgramCampaign campaign{control, From::Start};
   int ended_ = 0;
   int came_up_ = 0;
 };
 
 TEST_F(FailingStart, EachAllocation) {
-  for (int nth = 1;; ++nth) {
-    if (!is_chosen(nth, sanitized ? 4 : 12)) continue;
-    SCOPED_TRACE("allocation " + std::to_string(nth));
-    control->memory.make(nth, Persistence::Once);
-    control->memory_from_start = true;
-    const bool reached = start_once();
-    ASSERT_FALSE(HasFailure());
-    if (!reached) break;
-  }
+  campaign.fail_each_allocation(Persistence::Once, sanitized ? 4 : 12, [&] { start_once(); });
   printf("[   FAULTS ] %d allocations ended the daemon, %d did not\n", ended_, came_up_);
 }
 
 TEST_F(FailingStart, EachSystemCall) {
-  const std::vector<RunningRow> rows = {
+  std::vector<FailingCall> rows = {
       {"epoll_create1", {EMFILE, ENOMEM}},
       {"eventfd", {EMFILE, ENFILE}},
       {"timerfd_create", {EMFILE, ENOMEM}},
-      {"pipe", {EMFILE}},
       {"socket", {EMFILE, ENOMEM}},
       {"bind", {EADDRINUSE, EACCES}},
       {"listen", {EADDRINUSE}},
@@ -290,22 +204,9 @@ TEST_F(FailingStart, EachSystemCall) {
       {"nn_bind", {EADDRINUSE}},
       {"nn_connect", {ENODEV}},
   };
-  for (const auto& row : rows) {
-    // clang's undefined-behaviour checks ask a pipe of their own whether memory can be read.
-    if (sanitized && row.call == std::string_view("pipe")) continue;
-    for (const int error : row.errors) {
-      for (int nth = 1;; ++nth) {
-        if (!is_chosen(nth, 3)) continue;
-        SCOPED_TRACE(std::string(row.call) + " number " + std::to_string(nth) + ": " + strerror(error));
-        control->calls.make(nth, Persistence::Once);
-        control->choose(row.call, error);
-        control->calls_from_start = true;
-        const bool reached = start_once();
-        ASSERT_FALSE(HasFailure());
-        if (!reached) break;
-      }
-    }
-  }
+  // clang's undefined-behaviour checks ask a pipe of their own whether memory can be read.
+  if (!sanitized) rows.push_back({"pipe", {EMFILE}});
+  campaign.fail_each_call(rows, 3, [&] { start_once(); });
   printf("[   FAULTS ] %d calls ended the daemon, %d did not\n", ended_, came_up_);
 }
 

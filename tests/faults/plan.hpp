@@ -24,7 +24,7 @@ class Lockless {
   Value value_;
 };
 
-// Calls of one thread are counted while it is watched; the nth one fails, or that one and all behind it. May lie in
+// Calls of one thread, or of all, are counted while watched; the nth one fails, or that one and all behind it. May lie in
 // memory that two processes share.
 class Plan {
  public:
@@ -40,8 +40,13 @@ class Plan {
     thread_.set(pthread_self());
     watching_.set(1);
   }
+  // From here on all threads are.
+  void watch_all() noexcept {
+    thread_.set(0);
+    watching_.set(1);
+  }
   void rest() noexcept { watching_.set(0); }
-  // The thread that was watched before, be it another process's.
+  // The thread, or the threads, that were watched before, be they another process's.
   void watch_again() noexcept { watching_.set(1); }
 
   [[nodiscard]] int32_t seen() const noexcept { return seen_.get(); }
@@ -49,7 +54,9 @@ class Plan {
   [[nodiscard]] bool is_for_ever() const noexcept { return for_ever_.get() != 0; }
 
   [[nodiscard, gnu::always_inline]] bool watches_me() const noexcept {
-    return watching_.get() != 0 && thread_.get() == pthread_self();
+    if (watching_.get() == 0) return false;
+    const pthread_t thread = thread_.get();
+    return thread == 0 || thread == pthread_self();
   }
   // Counts a call. Whether it is one to fail.
   [[nodiscard, gnu::always_inline]] bool fails() noexcept {
@@ -66,7 +73,7 @@ class Plan {
   Lockless<int32_t> seen_{0};
   Lockless<int32_t> failed_{0};
   Lockless<int32_t> watching_{0};
-  Lockless<pthread_t> thread_{0};
+  Lockless<pthread_t> thread_{0};  // 0: all
 };
 
 }  // namespace kestro::test

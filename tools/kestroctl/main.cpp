@@ -6,6 +6,7 @@
 #include <exception>
 #include <sstream>
 
+#include "common/last_resort.hpp"
 #include "common/options.hpp"
 #include "core/log.hpp"
 #include "kestro_lsyslog.h"
@@ -98,6 +99,8 @@ Exit run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_DFL);  // whoever reads our output may stop reading
+  daemons::end_on_stray_exceptions("kestroctl");
+  daemons::end_without_json_memory("kestroctl");
   try {
     return static_cast<int>(run(argc, argv));
   } catch (const Failure& failure) {

@@ -1,6 +1,6 @@
-// What the test of the router daemon and the daemon that it makes fail agree upon.
-#ifndef KESTRO_TESTS_FAULTS_FAILING_ROUTERD_HPP
-#define KESTRO_TESTS_FAULTS_FAILING_ROUTERD_HPP
+// What a test and the program that it makes fail agree upon.
+#ifndef KESTRO_TESTS_FAULTS_FAILING_PROGRAM_HPP
+#define KESTRO_TESTS_FAULTS_FAILING_PROGRAM_HPP
 
 #include <array>
 #include <cstddef>
@@ -22,6 +22,8 @@ struct Control {
   // Whether the plans watch from the start of main().
   bool memory_from_start = false;
   bool calls_from_start = false;
+  // Whether all threads of the program are watched, and not just the one of main().
+  bool all_threads = false;
 
   void choose(std::string_view name, int with_error) {
     call = {};
