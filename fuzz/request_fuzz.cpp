@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <string_view>
 
 #include "kestro_jrpc.h"
 #include "kestro_jrpc/error_codes.hpp"
@@ -72,6 +73,8 @@ void check_answers(const Request& request, const json_t* sent, const std::string
 void check_addressed(const Request& request, const json_t* sent) {
   const Text published = request.addressed(number);
   require(published != nullptr, "what is sound can be encoded");
+  const std::string_view bytes(published.get());
+  require(std::ranges::none_of(bytes, [](signed char c) { return c < ' '; }), "it is ASCII on one line");
   const Json expected(json_copy(const_cast<json_t*>(sent)));
   json_object_set_new(expected.get(), "id", json_string(KESTRO_JRPC_CHANNEL_ROUTER_REPLY));
   json_object_set_new(expected.get(), "transaction_id", json_integer(number));

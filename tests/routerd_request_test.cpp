@@ -61,6 +61,11 @@ TEST(RequestOf, SoundTextHasNoObjection) {
   }
 }
 
+TEST(RequestOf, MethodIsTheTextThatIsMeant) {
+  EXPECT_EQ(Request(R"({"method":"ports.Get","id":1})").method(), "ports.Get");
+  EXPECT_EQ(Request(R"({"method":"ports.G\u0065t","id":1})").method(), "ports.Get");
+}
+
 TEST(RequestOf, TextWithoutIdIsANotification) {
   const Request request(R"({"jsonrpc":"2.0","method":"logger.ReloadConf"})");
   EXPECT_EQ(request.objection(), nullptr);
@@ -80,6 +85,55 @@ TEST(RequestOnTheBus, IsCompactAndOfAsciiOnly) {
                R"({"method":"a","params":{"x":"\u20AC"},"id":")" KESTRO_JRPC_CHANNEL_ROUTER_REPLY
                R"(","transaction_id":77})");
 }
+
+struct Travelling {
+  const char* name;
+  const char* sent;
+  const char* published;  // @ stands for the router's channel
+};
+
+std::ostream& operator<<(std::ostream& out, const Travelling& t) {
+  return out << t.name;
+}
+
+// The first ones as they came, but for two values; the others encoded anew.
+const Travelling travelling[] = {
+    {"Usual", R"({"method":"a","params":{"x":[1]},"id":"mine","transaction_id":9})",
+     R"({"method":"a","params":{"x":[1]},"id":@,"transaction_id":77})"},
+    {"NumberFirst", R"({"transaction_id":-9,"id":5,"method":"a"})", R"({"transaction_id":77,"id":@,"method":"a"})"},
+    {"NoNumber", R"({"id":5,"method":"a"})", R"({"id":@,"method":"a","transaction_id":77})"},
+    {"OnlyTheOutermost", R"({"params":{"id":1,"transaction_id":2,"method":"b"},"method":"a","id":3})",
+     R"({"params":{"id":1,"transaction_id":2,"method":"b"},"method":"a","id":@,"transaction_id":77})"},
+    {"OtherValuesAreKept", R"({"method":"a","params":[1.10,1E2,"\/\u0041"],"id":1})",
+     R"({"method":"a","params":[1.10,1E2,"\/\u0041"],"id":@,"transaction_id":77})"},
+    {"WhatFollowsIsDropped",
+     R"({"method":"a","id":1})"
+     "{}",
+     R"({"method":"a","id":@,"transaction_id":77})"},
+    {"EmptyTexts", R"({"method":"","id":""})", R"({"method":"","id":@,"transaction_id":77})"},
+
+    {"BlankInside", R"({"method": "a","params":[1.50],"id":1})",
+     R"({"method":"a","params":[1.5],"id":@,"transaction_id":77})"},
+    {"BlankInAText", R"({"method":"a b","id":" "})", R"({"method":"a b","id":@,"transaction_id":77})"},
+    {"BeyondAscii", "{\"method\":\"a\",\"p\":\"\xc3\xa9\",\"id\":1}",
+     R"({"method":"a","p":"\u00E9","id":@,"transaction_id":77})"},
+    {"EscapedMethod", R"({"method":"\u0061","id":1})", R"({"method":"a","id":@,"transaction_id":77})"},
+    {"EscapedId", R"({"method":"a","id":"\n"})", R"({"method":"a","id":@,"transaction_id":77})"},
+    {"EscapedKey", R"({"method":"a","id":1,"transaction\u005fid":5})", R"({"method":"a","id":@,"transaction_id":77})"},
+    {"RealNumber", R"({"method":"a","id":1.5,"transaction_id":1e2})", R"({"method":"a","id":@,"transaction_id":77})"},
+};
+
+class OnTheBus : public testing::TestWithParam<Travelling> {};
+
+TEST_P(OnTheBus, IsTheRequestUnderTheRoutersName) {
+  const Request request{std::string(GetParam().sent)};
+  ASSERT_EQ(request.objection(), nullptr);
+  std::string published = GetParam().published;
+  published.replace(published.find('@'), 1, "\"" KESTRO_JRPC_CHANNEL_ROUTER_REPLY "\"");
+  EXPECT_EQ(request.addressed(77).get(), published);
+}
+
+INSTANTIATE_TEST_SUITE_P(Requests, OnTheBus, testing::ValuesIn(travelling), name_of<Travelling>);
 
 struct Answer {
   const char* name;

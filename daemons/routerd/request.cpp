@@ -1,5 +1,10 @@
 #include "routerd/request.hpp"
 
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdlib>
+#include <string_view>
 #include <utility>
 
 #include "kestro_jrpc.h"
@@ -16,10 +21,58 @@ Json another_reference(json_t* value) noexcept {
   return Json(json_incref(value));
 }
 
+bool is_plain_text(std::string_view value) noexcept {
+  return value.front() == '"' && value.find('\\') == std::string_view::npos;
+}
+
+std::string_view unquoted(std::string_view value) noexcept {
+  return value.substr(1, value.size() - 2);
+}
+
+// Null for anything but an integer.
+Json integer_of(std::string_view digits) {
+  json_int_t number = 0;
+  const auto [end, failed] = std::from_chars(digits.begin(), digits.end(), number);
+  if (failed != std::errc() || end != digits.end()) return nullptr;
+  Json value(json_integer(number));
+  require_memory(value != nullptr);
+  return value;
+}
+
+// Null for anything but an integer or a text without escapes.
+Json plain_value(std::string_view value) {
+  if (!is_plain_text(value)) return integer_of(value);
+  const auto content = unquoted(value);
+  Json text(json_stringn_nocheck(content.data(), content.size()));
+  require_memory(text != nullptr);
+  return text;
+}
+
 }  // namespace
 
-Request::Request(const std::string& text) : object_(parsed(text)) {
+Request::Request(const std::string& text) {
+  if (read_plain(text)) return;
+  object_ = parsed(text);
   objection_ = examine();
+}
+
+// Most clients send a text as the router would encode it: no object is needed to change two of its members.
+bool Request::read_plain(const std::string& text) {
+  auto found = outline(text);
+  if (!found || !found->compact || !found->id || !found->method) return false;
+  const auto method = found->method->value_in(text);
+  if (!is_plain_text(method)) return false;
+  Json id = plain_value(found->id->value_in(text));
+  if (!id) return false;
+  if (found->transaction_id) {
+    transaction_id_ = integer_of(found->transaction_id->value_in(text));
+    if (!transaction_id_) return false;
+  }
+  id_ = std::move(id);
+  method_ = unquoted(method);
+  text_ = text;
+  outline_ = found;
+  return true;
 }
 
 const char* Request::examine() {
@@ -38,10 +91,44 @@ const char* Request::examine() {
 }
 
 Text Request::addressed(int32_t number) const noexcept {
+  if (outline_) return spliced(number);
   json_t* const object = object_.get();
   if (json_object_set_new(object, transaction_id, json_integer(number)) != 0) return nullptr;
   if (json_object_set_new(object, "id", json_string(KESTRO_JRPC_CHANNEL_ROUTER_REPLY)) != 0) return nullptr;
   return encode_json(object);
+}
+
+Text Request::spliced(int32_t number) const noexcept {
+  constexpr std::string_view own_id = "\"" KESTRO_JRPC_CHANNEL_ROUTER_REPLY "\"";
+  constexpr std::string_view key = ",\"transaction_id\":";
+  std::array<char, key.size() + 16> member;
+  char* const digits = std::ranges::copy(key, member.begin()).out;
+  const char* const digits_end = std::to_chars(digits, member.end(), number).ptr;
+
+  struct Change {
+    Span place;
+    std::string_view text;
+  };
+  const size_t last = outline_->end - 1;  // the closing brace
+  const auto& numbered = outline_->transaction_id;
+  std::array<Change, 2> changes{
+      Change{outline_->id->value, own_id},
+      numbered ? Change{numbered->value, {digits, digits_end}} : Change{{last, last}, {member.begin(), digits_end}}};
+  if (changes[1].place.begin < changes[0].place.begin) std::swap(changes[0], changes[1]);
+
+  Text result(static_cast<char*>(malloc(outline_->end + own_id.size() + member.size() + 1)));
+  if (!result) return nullptr;
+  const std::string_view text(text_);
+  char* at = result.get();
+  size_t from = 0;
+  for (const auto& [place, new_text] : changes) {
+    at = std::ranges::copy(text.substr(from, place.begin - from), at).out;
+    at = std::ranges::copy(new_text, at).out;
+    from = place.end;
+  }
+  at = std::ranges::copy(text.substr(from, outline_->end - from), at).out;
+  *at = '\0';
+  return result;
 }
 
 std::string Request::id_text() const {

@@ -5,10 +5,12 @@
 #include <jansson.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "core/owned.hpp"
 #include "routerd/response.hpp"
+#include "routerd/splice.hpp"
 
 namespace kestro::routerd {
 
@@ -26,9 +28,14 @@ class Request {
   // The request as it goes onto the bus, with a transaction number of the router's own and its reply channel as "id".
   // Null when memory runs out.
   [[nodiscard]] Text addressed(int32_t number) const noexcept;
-  // Borrowed. forget_object() releases what is no longer needed while the client waits.
+  // A notification's, borrowed; a request that travels as it came need not have one.
   [[nodiscard]] json_t* object() const noexcept { return object_.get(); }
-  void forget_object() noexcept { object_.reset(); }
+  // Releases what is no longer needed while the client waits.
+  void forget_object() noexcept {
+    object_.reset();
+    outline_.reset();
+    text_ = {};
+  }
 
   // The service's answer as this client is to get it: its own "transaction_id" is back.
   [[nodiscard]] std::string restore(Response answer, bool strict_id) const;
@@ -37,11 +44,15 @@ class Request {
   [[nodiscard]] std::string timed_out(bool strict_id) const;
 
  private:
+  [[nodiscard]] bool read_plain(const std::string& text);
   [[nodiscard]] const char* examine();
+  [[nodiscard]] Text spliced(int32_t number) const noexcept;
   [[nodiscard]] std::string id_text() const;
   [[nodiscard]] std::string finish(Json response, bool strict_id) const;
 
-  Json object_;
+  std::string text_;
+  std::optional<Outline> outline_;  // of a text that travels as it is, but for its numbers
+  Json object_;                     // of any other
   Json id_;
   Json transaction_id_;
   std::string method_;

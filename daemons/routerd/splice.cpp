@@ -72,7 +72,7 @@ class Pass {
   bool literal(std::string_view word) noexcept;
 
   void skip_space() noexcept {
-    while (*at_ == ' ' || *at_ == '\n' || *at_ == '\t' || *at_ == '\r') ++at_;
+    for (; *at_ == ' ' || *at_ == '\n' || *at_ == '\t' || *at_ == '\r'; ++at_) found_.compact = false;
   }
   bool take(char c) noexcept {
     if (*at_ != c) return false;
@@ -87,6 +87,7 @@ class Pass {
   void skip_plain_characters() noexcept;
   [[nodiscard]] bool keys_are_distinct(size_t first);
   void note(std::string_view key, const char* value, const char* comma) noexcept;
+  [[nodiscard]] std::optional<Member>* place_of(std::string_view key) noexcept;
 
   [[nodiscard]] size_t left() const noexcept { return static_cast<size_t>(end_ - at_); }
   [[nodiscard]] size_t position(const char* place) const noexcept { return static_cast<size_t>(place - begin_); }
@@ -159,8 +160,8 @@ bool Pass::array(size_t depth) {
 
 // At the end of the value, the first member leaves with the comma behind it, any other one with the comma before it.
 void Pass::note(std::string_view key, const char* value, const char* comma) noexcept {
-  const bool is_transaction_id = key == "\"transaction_id\"";
-  if (!is_transaction_id && key != "\"id\"") return;
+  auto* const place = place_of(key);
+  if (place == nullptr) return;
   Member member{.value = {position(value), position(at_)}, .whole = {position(key.data()), position(at_)}};
   if (comma != nullptr) {
     member.whole.begin = position(comma);
@@ -168,7 +169,14 @@ void Pass::note(std::string_view key, const char* value, const char* comma) noex
     skip_space();
     if (*at_ == ',') member.whole.end = position(at_ + 1);
   }
-  (is_transaction_id ? found_.transaction_id : found_.id) = member;
+  *place = member;
+}
+
+std::optional<Member>* Pass::place_of(std::string_view key) noexcept {
+  if (key == "\"transaction_id\"") return &found_.transaction_id;
+  if (key == "\"id\"") return &found_.id;
+  if (key == "\"method\"") return &found_.method;
+  return nullptr;
 }
 
 // The same hash may come from different keys: the library tells.
@@ -259,6 +267,7 @@ bool Pass::character() {
   }
   constexpr uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
   if (code < least[length] || code > 0x10ffff || (code >= 0xd800 && code < 0xe000)) return false;
+  found_.compact = false;
   at_ += length;
   return true;
 }

@@ -28,7 +28,9 @@ struct Member {
 struct Outline {
   std::optional<Member> transaction_id;
   std::optional<Member> id;
+  std::optional<Member> method;
   size_t end = 0;
+  bool compact = true;  // neither blanks between the parts, nor bytes beyond ASCII
 };
 
 // Reads a text that begins with an object and is plain. Whatever is read here, the JSON library accepts as well, with

@@ -19,7 +19,6 @@ int32_t Site::fail(Severity severity, int32_t status, const char* format, ...) c
   va_end(args);
   return status;
 }
-#endif
 
 void Site::log_unchecked(Severity severity, const char* format, ...) const noexcept {
   va_list args;
@@ -27,5 +26,13 @@ void Site::log_unchecked(Severity severity, const char* format, ...) const noexc
   log_write(severity, module_, line_, format, args);
   va_end(args);
 }
+#else
+void Site::write(Site site, Severity severity, const char* format, ...) noexcept {
+  va_list args;
+  va_start(args, format);
+  log_write(severity, site.module_, site.line_, format, args);
+  va_end(args);
+}
+#endif
 
 }  // namespace kestro

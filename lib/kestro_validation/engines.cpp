@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstring>
 #include <span>
+#include <string_view>
 
 #include "core/owned.hpp"
 #include "core/site.hpp"
@@ -30,19 +31,18 @@ using Pattern = Owned<pcre, release_pattern>;
 using Study = Owned<pcre_extra, pcre_free_study>;
 
 // The matcher counts in int; it refuses a negative length as an error, and a longer value is given that.
-int subject_length(const char* value) noexcept {
-  const size_t length = strlen(value);
-  return length <= INT_MAX ? static_cast<int>(length) : -1;
+int subject_length(std::string_view value) noexcept {
+  return value.size() <= INT_MAX ? static_cast<int>(value.size()) : -1;
 }
 
-int match(const pcre* pattern, pcre_extra* study, const char* value) noexcept {
+int match(const pcre* pattern, pcre_extra* study, std::string_view value) noexcept {
   pcre_extra unstudied{};
   pcre_extra& extra = study != nullptr ? *study : unstudied;
   extra.flags |= PCRE_EXTRA_MATCH_LIMIT | PCRE_EXTRA_MATCH_LIMIT_RECURSION;
   extra.match_limit = match_step_limit;
   extra.match_limit_recursion = match_depth_limit;
   std::array<int, 10> offsets;
-  return pcre_exec(pattern, &extra, value, subject_length(value), 0, 0, offsets.data(), offsets.size());
+  return pcre_exec(pattern, &extra, value.data(), subject_length(value), 0, 0, offsets.data(), offsets.size());
 }
 
 }  // namespace
@@ -63,8 +63,8 @@ int32_t validate_options(const char* value, const char* const* options, int32_t 
                      value);
 }
 
-int32_t check_regex(const char* regex, const char* value, const char* value_name) noexcept {
-  here().log(Verbose, "Testing [%s] value <%s> against regex: %s\n", value_name, value, regex);
+int32_t check_regex(const char* regex, std::string_view value, const char* value_name) noexcept {
+  here().log(Verbose, "Testing [%s] value <%s> against regex: %s\n", value_name, value.data(), regex);
   const char* error = nullptr;
   int error_offset = 0;
   const Pattern pattern(pcre_compile(regex, 0, &error, &error_offset, nullptr));
@@ -80,7 +80,7 @@ int32_t check_regex(const char* regex, const char* value, const char* value_name
   const int result = match(pattern.get(), study.get(), value);
   if (result == PCRE_ERROR_NOMATCH) {
     return here().fail(Debug, no_match, "Validation failed: [%s] value <%s> did not return a regex match.\n",
-                       value_name, value);
+                       value_name, value.data());
   }
   if (result < 0) {
     here().log_unchecked(Error, "Error code received from pcre_exec: %d\n", result);
@@ -90,20 +90,20 @@ int32_t check_regex(const char* regex, const char* value, const char* value_name
   return acceptable;
 }
 
-int32_t check_length(const char* value, int32_t min_length, int32_t max_length, const char* value_name) noexcept {
-  const auto length = static_cast<int64_t>(strlen(value));
+int32_t check_length(std::string_view value, int32_t min_length, int32_t max_length, const char* value_name) noexcept {
+  const auto length = static_cast<int64_t>(value.size());
   if (length < min_length) {
-    return here().fail(Debug, too_short, "Validation failed: [%s] value <%s> is too short (<%d)\n", value_name, value,
-                       min_length);
+    return here().fail(Debug, too_short, "Validation failed: [%s] value <%s> is too short (<%d)\n", value_name,
+                       value.data(), min_length);
   }
   if (length > max_length) {
-    return here().fail(Debug, too_long, "Validation failed: [%s] value <%s> is too long (>%d)\n", value_name, value,
-                       max_length);
+    return here().fail(Debug, too_long, "Validation failed: [%s] value <%s> is too long (>%d)\n", value_name,
+                       value.data(), max_length);
   }
   return acceptable;
 }
 
-int32_t validate_length_and_format(const char* value, int32_t min_length, int32_t max_length, const char* regex,
+int32_t validate_length_and_format(std::string_view value, int32_t min_length, int32_t max_length, const char* regex,
                                    const char* value_name) noexcept {
   if (const auto result = check_length(value, min_length, max_length, value_name); result != acceptable) return result;
   return check_regex(regex, value, value_name);

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstring>
 #include <iterator>
 #include <span>
@@ -58,8 +60,8 @@ int32_t check(const FormRule& rule, const char* value) noexcept {
   return check_regex(rule.regex, value, rule.label);
 }
 
-int32_t check(const SizedFormRule& rule, const char* value) noexcept {
-  announce(rule, value);
+int32_t check(const SizedFormRule& rule, std::string_view value) noexcept {
+  announce(rule, value.data());
   return validate_length_and_format(value, rule.min_length, rule.max_length, rule.regex, rule.label);
 }
 
@@ -153,6 +155,22 @@ constexpr std::string_view reserved_usernames[] = {"root",      "daemon", "bin",
                                                    "mail",      "proxy",  "www-data", "backup", "operator",
                                                    "haldaemon", "dbus",   "nobody",   "sshd"};
 
+// Which of them are of a length, a bit for each.
+constexpr auto reserved_by_length = [] {
+  std::array<uint32_t, 16> rows{};
+  for (size_t row = 0; row < std::size(reserved_usernames); ++row) rows.at(reserved_usernames[row].size()) |= 1U << row;
+  return rows;
+}();
+
+const std::string_view* find_reserved(std::string_view name) noexcept {
+  uint32_t rows = name.size() < reserved_by_length.size() ? reserved_by_length[name.size()] : 0;
+  for (; rows != 0; rows &= rows - 1) {
+    const auto& reserved = reserved_usernames[std::countr_zero(rows)];
+    if (reserved.front() == name.front() && reserved == name) return &reserved;
+  }
+  return std::end(reserved_usernames);
+}
+
 void tell_differences(const char* name, std::span<const std::string_view> reserved) noexcept {
   if (!log_admits(Verbose)) return;
   for (const auto& other : reserved) {
@@ -160,14 +178,14 @@ void tell_differences(const char* name, std::span<const std::string_view> reserv
   }
 }
 
-int32_t check_not_reserved(const char* name) noexcept {
-  const auto* const match = std::ranges::find(reserved_usernames, std::string_view(name));
-  tell_differences(name, {std::begin(reserved_usernames), match});
+int32_t check_not_reserved(std::string_view name) noexcept {
+  const auto* const match = find_reserved(name);
+  tell_differences(name.data(), {std::begin(reserved_usernames), match});
   if (match != std::end(reserved_usernames)) {
     return here().fail(Debug, not_an_option, "Validation failed: [%s] value <%s> matches blacklist option <%s>\n",
-                       username.label, name, match->data());
+                       username.label, name.data(), match->data());
   }
-  here().log(Debug, "Given [%s] value <%s> is not one of the blacklisted options\n", username.label, name);
+  here().log(Debug, "Given [%s] value <%s> is not one of the blacklisted options\n", username.label, name.data());
   return acceptable;
 }
 
@@ -307,8 +325,9 @@ int32_t validate_unit_sw_bank(const char* value) noexcept {
 }
 
 int32_t validate_username(const char* value) noexcept {
-  if (const auto result = check(username, value); result != acceptable) return result;
-  return check_not_reserved(value);
+  const std::string_view name(value);
+  if (const auto result = check(username, name); result != acceptable) return result;
+  return check_not_reserved(name);
 }
 
 int32_t validate_password(const char* value) noexcept {
