@@ -29,7 +29,8 @@ class FakeTools {
 
   // A tool that runs the lines of shell script.
   void add(const std::string& tool, const std::string& script) {
-    const auto record = "{ printf '[%s]' \"$@\"; echo; } >> '" + calls_file(tool) + "'\n";
+    // One write a call: the tools of a pipeline run side by side.
+    const auto record = "call=$(printf '[%s]' \"$@\"); printf '%s\\n' \"$call\" >> '" + calls_file(tool) + "'\n";
     const auto path = directory_.write(tool, "#!/bin/sh\n" + record + script + "\n");
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
   }
