@@ -41,6 +41,10 @@ class ClosedOnExec : public testing::Test {
       ((fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0 ? closed_ : inherited_).push_back(where);
     }
   }
+  // Until so many were opened by another thread.
+  void await(size_t count) const {
+    while (open_descriptors().size() < before_.size() + count) std::this_thread::yield();
+  }
   // At least so many were opened, and each is closed on exec.
   void expect_all_of(size_t count) {
     look();
@@ -115,6 +119,7 @@ class Held : public ClosedOnExec {
     ASSERT_EQ(mkfifo(pipe_.c_str(), 0600), 0);
     std::thread reader(std::forward<Read>(read));
     Descriptor writer(open(pipe_.c_str(), O_WRONLY | O_CLOEXEC));
+    await(2);  // it may be back from its open() before the reader is
     expect_all_of(2);
     writer = Descriptor();
     reader.join();

@@ -29,6 +29,7 @@
 #include "support/log.hpp"
 #include "support/temp_dir.hpp"
 
+#ifndef KESTRO_THREAD_SANITIZER
 // C++ allocations, too, go to the malloc that tests can watch. (Inlined, each half alone looks like a mismatch to gcc.)
 [[gnu::noinline]] void* operator new(size_t size) {
   void* const block = malloc(size);
@@ -41,6 +42,7 @@
 [[gnu::noinline]] void operator delete(void* block, size_t /*size*/) noexcept {
   free(block);
 }
+#endif
 
 namespace {
 std::vector<timespec> pauses;
