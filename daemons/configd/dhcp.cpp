@@ -101,10 +101,11 @@ Json dhcp_set_service(Context& context, const Request& request) {
   require_name(service.name);
   Transaction transaction(context.database);
   store_checked(context.database, service);
+  Json answer = load_service(context.database, service.name);  // nothing is stored that cannot be answered
   transaction.commit();
   daemons::log_info("DHCP service " + service.name + ": is now " + service.address_range + " with " +
                     std::to_string(service.leases.size()) + " static leases");
-  return load_service(context.database, service.name);
+  return answer;
 }
 
 Json dhcp_get_service(Context& context, const Request& request) {

@@ -74,12 +74,14 @@ Json oec_register(Context& context, const Request& request) {
   Transaction transaction(context.database);
   require_room_for(context.database, added);
   store(context.database, added);
+  // Nothing is stored that cannot be answered, so what may fail comes before the end.
+  Json answer = load_switch(context.database, added.number);
+  context.applier.forget(added.number);
+  context.applier.tick();
   transaction.commit();
   daemons::log_info(name_of_switch(added.number) + ": registered, " + kestro_data_oec_model_name_enum_str[added.model] +
                     ", " + added.mac_address);
-  context.applier.forget(added.number);
-  context.applier.tick();
-  return load_switch(context.database, added.number);
+  return answer;
 }
 
 Json oec_list(Context& context, const Request& /*request*/) {

@@ -26,13 +26,18 @@ Port require_port(const Database& database, const PortId& id) {
 // Stores and applies. `what` is for the log.
 Json change(Context& context, const PortId& id, const std::string& what, const std::function<void()>& write) {
   require_port(context.database, id);
-  context.applier.change(id.switch_number, write, [&] {
+  Json answer;  // nothing is stored that cannot be answered
+  const auto write_and_answer = [&] {
+    write();
+    answer = for_client(load_port(context.database, id));
+  };
+  context.applier.change(id.switch_number, write_and_answer, [&] {
     std::vector<CoreSwitch::Call> calls;
     calls.push_back({configure_method, for_hardware(id.switch_number, {load_port(context.database, id)})});
     return calls;
   });
   daemons::log_info(text_of(id) + ": " + what);
-  return for_client(load_port(context.database, id));
+  return answer;
 }
 
 Json change_vlans(Context& context, const PortId& id, kestro_data_port_vlan_mode mode,
@@ -108,9 +113,10 @@ Json ports_set_description(Context& context, const Request& request) {
   require_port(context.database, port);
   Transaction transaction(context.database);
   store_description(context.database, port, description);
+  Json answer = for_client(load_port(context.database, port));
   transaction.commit();
   daemons::log_info(text_of(port) + ": description is now \"" + description + "\"");
-  return for_client(load_port(context.database, port));
+  return answer;
 }
 
 Json ports_set_vlan_local(Context& context, const Request& request) {
