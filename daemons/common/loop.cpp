@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "common/free_memory.hpp"
 #include "common/notify.hpp"
 #include "common/signals.hpp"
 
@@ -44,6 +45,7 @@ void Loop::tell_alive() {
   const auto now = std::chrono::steady_clock::now();
   if (now - told_alive_ < heartbeat) return;
   notify("WATCHDOG=1");
+  give_free_memory_back();
   told_alive_ = now;
 }
 

@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "common/free_memory.hpp"
 #include "common/log.hpp"
 #include "common/notify.hpp"
 #include "core/owned.hpp"
@@ -360,6 +361,7 @@ void Router::publish_stats() noexcept {
     stats_variable_.publish(stats_);
     daemons::notify("WATCHDOG=1\nSTATUS=" + std::to_string(stats_.clients) + " clients, " +
                     std::to_string(stats_.in_flight) + " requests in flight" + (maintenance_ ? ", maintenance" : ""));
+    if (stats_.in_flight == 0) daemons::give_free_memory_back();
   } catch (const std::bad_alloc&) {
     here().log(Warning, "out of memory: the counters are not published\n");
   }
