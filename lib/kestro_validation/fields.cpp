@@ -156,11 +156,12 @@ constexpr std::string_view reserved_usernames[] = {"root",      "daemon", "bin",
                                                    "haldaemon", "dbus",   "nobody",   "sshd"};
 
 // Which of them are of a length, a bit for each.
-constexpr auto reserved_by_length = [] {
+constexpr std::array<uint32_t, 16> reserved_of_each_length() {
   std::array<uint32_t, 16> rows{};
   for (size_t row = 0; row < std::size(reserved_usernames); ++row) rows.at(reserved_usernames[row].size()) |= 1U << row;
   return rows;
-}();
+}
+constexpr auto reserved_by_length = reserved_of_each_length();
 
 const std::string_view* find_reserved(std::string_view name) noexcept {
   uint32_t rows = name.size() < reserved_by_length.size() ? reserved_by_length[name.size()] : 0;
