@@ -31,9 +31,8 @@ demo: build
 up: build
 	@scripts/up.sh build/dev
 
-# Most tests wait most of the time.
 test: build
-	@ctest --preset dev --parallel $$((2 * $(jobs)))
+	@ctest --preset dev --parallel $(jobs)
 
 check: build
 	@scripts/static.sh build/dev
