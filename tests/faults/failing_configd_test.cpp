@@ -44,7 +44,7 @@ std::vector<std::string> files_in(const std::string& directory) {
 
 // ---- From the start to the end
 
-class FailingConfigdStart : public testing::Test {
+class FailingConfigdStart : public FailingStart {
  protected:
   // Starts the daemon where there is no database, and ends it as soon as it is ready.
   void live() {
@@ -52,19 +52,10 @@ class FailingConfigdStart : public testing::Test {
     const std::string database = dir.file("configd.db");
     Process daemon({KESTRO_CONFIGD, "--init", "--bus-publish", address, "--bus-subscribe", address_of_others,
                     "--database", database, "--update-dir", dir.path()});
-    EXPECT_TRUE(eventually([&] { return has_ended(daemon) || daemon.err().find("ready: ") != std::string::npos; }))
-        << "neither ready nor ended: " << daemon.err();
-    const bool refused = has_ended(daemon);
-    daemon.signal(SIGTERM);
-    const bool other_end = !eventually([&] { return has_ended(daemon); });
-    EXPECT_FALSE(other_end) << daemon.err();
-    if (const int status = daemon.wait(); status != 0) {
-      EXPECT_GT(control.failed(), 0) << daemon.err();
+    if (const int status = FailingStart::live(daemon); status != 0) {
       EXPECT_EQ(status, 1) << daemon.err();
       EXPECT_THAT(daemon.err(), HasSubstr("kestro-configd: "));
     }
-    control.rest();
-    (refused ? ended_ : came_up_) += control.failed() > 0 ? 1 : 0;
     expect_whole_or_none(database, daemon.err());
     const bool removal_failed = control->call.data() == std::string("unlink");
     if (!removal_failed) {
@@ -76,19 +67,12 @@ class FailingConfigdStart : public testing::Test {
     const Database database(path);
     EXPECT_EQ(configd::flaw_of(database), "") << log;
   }
-
-  std::string address = free_bus_address();
-  std::string address_of_others = free_bus_address();
-  ControlFile control;
-  ProgramCampaign campaign{control, From::Start, Extent::Sparse};
-  int ended_ = 0;
-  int came_up_ = 0;
 };
 
 TEST_F(FailingConfigdStart, EachAllocation) {
   campaign.fail_each_allocation(Persistence::Once, 8, [this] { live(); });
   campaign.fail_each_allocation(Persistence::ForEver, 2, [this] { live(); });
-  printf("[   FAULTS ] %d allocations ended the daemon, %d did not\n", ended_, came_up_);
+  tell("allocations");
 }
 
 TEST_F(FailingConfigdStart, EachSystemCall) {
@@ -102,7 +86,7 @@ TEST_F(FailingConfigdStart, EachSystemCall) {
   };
   rows.insert(rows.end(), database_calls.begin(), database_calls.end());
   campaign.fail_each_call(rows, 2, [this] { live(); });
-  printf("[   FAULTS ] %d calls ended the daemon, %d did not\n", ended_, came_up_);
+  tell("calls");
 }
 
 // ---- Requests

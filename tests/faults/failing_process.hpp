@@ -24,6 +24,7 @@
 #include "core/owned.hpp"
 #include "faults/campaign.hpp"
 #include "faults/failing_program.hpp"
+#include "support/bus.hpp"
 #include "support/process.hpp"
 #include "support/temp_dir.hpp"
 
@@ -155,6 +156,36 @@ class ProgramCampaign {
   From from_;
   bool sparse_;
   int trials_ = 0;
+};
+
+// A daemon from its start on, ended as soon as it is ready.
+class FailingStart : public testing::Test {
+ protected:
+  // Its exit status.
+  int live(Process& daemon) {
+    EXPECT_TRUE(eventually([&] { return has_ended(daemon) || daemon.err().find("ready: ") != std::string::npos; }))
+        << "neither ready nor ended: " << daemon.err();
+    const bool refused = has_ended(daemon);
+    daemon.signal(SIGTERM);
+    EXPECT_TRUE(eventually([&] { return has_ended(daemon); })) << daemon.err();
+    const int status = daemon.wait();
+    EXPECT_TRUE(status == 0 || control.failed() > 0) << daemon.err();
+    control.rest();
+    (refused ? ended_ : came_up_) += control.failed() > 0 ? 1 : 0;
+    return status;
+  }
+  void tell(const char* what) const {
+    printf("[   FAULTS ] %d %s ended the daemon, %d did not\n", ended_, what, came_up_);
+  }
+
+  std::string address = free_bus_address();
+  std::string address_of_others = free_bus_address();
+  ControlFile control;
+  ProgramCampaign campaign{control, From::Start, Extent::Sparse};
+
+ private:
+  int ended_ = 0;
+  int came_up_ = 0;
 };
 
 }  // namespace kestro::test

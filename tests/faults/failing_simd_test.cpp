@@ -25,39 +25,24 @@ using testing::StartsWith;
 
 // ---- From the start to the end
 
-class FailingSimdStart : public testing::Test {
+class FailingSimdStart : public FailingStart {
  protected:
   // Starts the daemon, and ends it as soon as it is ready.
   void live() {
     Process daemon({KESTRO_SIMD, "--bus-publish", address, "--bus-subscribe", address_of_others, "--seed", "7",
                     "--fault", "offline=c3", "--event-interval", "60"});
-    EXPECT_TRUE(eventually([&] { return has_ended(daemon) || daemon.err().find("ready: ") != std::string::npos; }))
-        << "neither ready nor ended: " << daemon.err();
-    const bool refused = has_ended(daemon);
-    daemon.signal(SIGTERM);
-    EXPECT_TRUE(eventually([&] { return has_ended(daemon); })) << daemon.err();
-    if (const int status = daemon.wait(); status != 0) {
-      EXPECT_GT(control.failed(), 0) << daemon.err();
+    if (const int status = FailingStart::live(daemon); status != 0) {
       // An option that cannot be checked is refused.
       EXPECT_THAT(status, AnyOf(1, 2)) << daemon.err();
       EXPECT_THAT(daemon.err(), HasSubstr(status == 1 ? "kestro-simd: " : "--fault: "));
     }
-    control.rest();
-    (refused ? ended_ : came_up_) += control.failed() > 0 ? 1 : 0;
   }
-
-  std::string address = free_bus_address();
-  std::string address_of_others = free_bus_address();
-  ControlFile control;
-  ProgramCampaign campaign{control, From::Start, Extent::Sparse};
-  int ended_ = 0;
-  int came_up_ = 0;
 };
 
 TEST_F(FailingSimdStart, EachAllocation) {
   campaign.fail_each_allocation(Persistence::Once, 12, [this] { live(); });
   campaign.fail_each_allocation(Persistence::ForEver, 4, [this] { live(); });
-  printf("[   FAULTS ] %d allocations ended the daemon, %d did not\n", ended_, came_up_);
+  tell("allocations");
 }
 
 TEST_F(FailingSimdStart, EachSystemCall) {
@@ -70,7 +55,7 @@ TEST_F(FailingSimdStart, EachSystemCall) {
       {"nn_connect", {ENODEV}},
   };
   campaign.fail_each_call(rows, 3, [this] { live(); });
-  printf("[   FAULTS ] %d calls ended the daemon, %d did not\n", ended_, came_up_);
+  tell("calls");
 }
 
 // ---- Requests
