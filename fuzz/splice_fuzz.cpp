@@ -41,7 +41,9 @@ void check(const std::string& text, json_t* transaction_id, json_t* id) {
           "the number is the transaction_id");
   require(response.method() == (json_is_string(method) ? json_string_value(method) : ""), "the method is the id");
 
-  const Json changed(json_loads(response.change(transaction_id, id).c_str(), JSON_REJECT_DUPLICATES, nullptr));
+  const std::string text_of_change = response.change(transaction_id != nullptr ? routerd::encoded(transaction_id) : "",
+                                                     id != nullptr ? routerd::encoded(id) : "");
+  const Json changed(json_loads(text_of_change.c_str(), JSON_REJECT_DUPLICATES, nullptr));
   require(changed != nullptr, "what was changed is JSON, and nothing stands behind it");
   require(dumped(changed.get()) == changed_by_the_library(object.get(), transaction_id, id),
           "nothing else than what was to be replaced is another");

@@ -28,7 +28,8 @@ class InFlightTest : public testing::Test {
   // A response whose one other member is the text.
   Delivery deliver(int64_t number, const std::string& method, const std::string& text) {
     const std::string members = R"("transaction_id":)" + std::to_string(number) + R"(,"id":")" + method;
-    return all_.deliver(Response("{" + members + R"(","result":")" + text + R"("})"));
+    Response response("{" + members + R"(","result":")" + text + R"("})");
+    return all_.deliver(response);
   }
   // Runs until the entry's wait is over, and gives that text.
   std::optional<std::string> response_of(InFlight::Entry& entry) {
@@ -39,7 +40,7 @@ class InFlightTest : public testing::Test {
     io_.restart();
     io_.run();
     if (!response) return std::nullopt;
-    const Json object(json_loads(response->change(nullptr, nullptr).c_str(), 0, nullptr));
+    const Json object(json_loads(response->change({}, {}).c_str(), 0, nullptr));
     return json_string_value(json_object_get(object.get(), "result"));
   }
 

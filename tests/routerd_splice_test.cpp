@@ -40,7 +40,8 @@ std::string compact(const json_t* object) {
   return Text(json_dumps(object, JSON_COMPACT | JSON_ENSURE_ASCII)).get();
 }
 std::string changed(const std::string& text, const Change& change) {
-  return Response(text).change(decoded(change.transaction_id).get(), decoded(change.id).get());
+  return Response(text).change(change.transaction_id != nullptr ? change.transaction_id : "",
+                               change.id != nullptr ? change.id : "");
 }
 
 // Parse, replace, dump.

@@ -86,6 +86,7 @@ asio::awaitable<Client::Received> Client::read_request(size_t max_size, Seconds 
     }
   }
   if (waited) stop_deadline();
+  asked_ = true;
   if (received.text.size() > max_size) received.failure = "too_large";
   co_return received;
 }
@@ -109,9 +110,9 @@ asio::awaitable<const char*> Client::write(std::string_view text, Seconds timeou
 }
 
 void Client::close() {
-  // Unread bytes would turn the close into a reset, which can overtake the answer.
+  // Unread bytes would turn the close into a reset, which on TCP can overtake the answer.
   constexpr size_t enough = size_t{1} << 20;
-  for (size_t dropped = 0; dropped < enough;) {
+  for (size_t dropped = 0; family_ == AF_INET && dropped < enough;) {
     const ssize_t count = recv(socket_.get(), scratch.data(), scratch.size(), MSG_DONTWAIT);
     if (count <= 0) break;
     dropped += static_cast<size_t>(count);

@@ -33,6 +33,9 @@ class Client : public std::enable_shared_from_this<Client> {
   // The request: whole, or why it is not. Nothing behind it is kept.
   asio::awaitable<Received> read_request(size_t max_size, Seconds timeout);
 
+  // Whether read_request() is over.
+  [[nodiscard]] bool has_asked() const noexcept { return asked_; }
+
   // Writes an answer, which the caller keeps meanwhile. Null when all of it is written, or a word that says why not.
   asio::awaitable<const char*> write(std::string_view text, Seconds timeout);
 
@@ -60,6 +63,7 @@ class Client : public std::enable_shared_from_this<Client> {
   std::optional<Waiting> waiting_;
   std::optional<asio::steady_timer> deadline_;
   unsigned turn_ = 0;
+  bool asked_ = false;
   // A cancelled wait may have been over already: who waits in a loop looks here too.
   const char* abandoned_ = nullptr;
 };

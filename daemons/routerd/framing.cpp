@@ -1,10 +1,19 @@
 #include "routerd/framing.hpp"
 
+#include "routerd/splice.hpp"
+
 namespace kestro::routerd {
 
 size_t RequestScanner::feed(std::string_view piece) noexcept {
   size_t taken = 0;
-  while (taken < piece.size() && !complete()) take(piece[taken++]);
+  const char* const end = piece.data() + piece.size();
+  while (taken < piece.size() && !complete()) {
+    if (state_ == State::String) {
+      taken = static_cast<size_t>(end_of_plain_characters(piece.data() + taken, end) - piece.data());
+      if (taken == piece.size()) break;
+    }
+    take(piece[taken++]);
+  }
   return taken;
 }
 

@@ -51,7 +51,7 @@ void InFlight::Entry::wake() {
   timer_.cancel();
 }
 
-InFlight::Delivery InFlight::deliver(Response response) {
+InFlight::Delivery InFlight::deliver(Response& response) {
   const int64_t number = response.number();
   const auto found = entries_.find(number);
   if (found == entries_.end()) {

@@ -51,8 +51,8 @@ class InFlight {
   };
 
   enum class Delivery { Done, Late, Foreign };
-  // Gives a response to whoever waits under its number for an answer of its method.
-  Delivery deliver(Response response);
+  // Gives a response to whoever waits under its number for an answer of its method. It is taken when that is done.
+  Delivery deliver(Response& response);
 
   // Ends every wait without a response.
   void give_up_all();

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -17,10 +18,6 @@ namespace {
 
 constexpr const char* transaction_id = "transaction_id";
 
-Json another_reference(json_t* value) noexcept {
-  return Json(json_incref(value));
-}
-
 bool is_plain_text(std::string_view value) noexcept {
   return value.front() == '"' && value.find('\\') == std::string_view::npos;
 }
@@ -29,48 +26,36 @@ std::string_view unquoted(std::string_view value) noexcept {
   return value.substr(1, value.size() - 2);
 }
 
-// Null for anything but an integer.
-Json integer_of(std::string_view digits) {
+// Whether it is written as the JSON library would write it.
+bool is_plain_integer(std::string_view value) noexcept {
   json_int_t number = 0;
-  const auto [end, failed] = std::from_chars(digits.begin(), digits.end(), number);
-  if (failed != std::errc() || end != digits.end()) return nullptr;
-  Json value(json_integer(number));
-  require_memory(value != nullptr);
-  return value;
-}
-
-// Null for anything but an integer or a text without escapes.
-Json plain_value(std::string_view value) {
-  if (!is_plain_text(value)) return integer_of(value);
-  const auto content = unquoted(value);
-  Json text(json_stringn_nocheck(content.data(), content.size()));
-  require_memory(text != nullptr);
-  return text;
+  const auto [end, failed] = std::from_chars(value.begin(), value.end(), number);
+  return failed == std::errc() && end == value.end() && value != "-0";
 }
 
 }  // namespace
 
-Request::Request(const std::string& text) {
-  if (read_plain(text)) return;
-  object_ = parsed(text);
+Request::Request(std::string text) : text_(std::move(text)) {
+  if (read_plain()) return;
+  object_ = parsed(text_);
+  text_ = {};
   objection_ = examine();
 }
 
 // Most clients send a text as the router would encode it: no object is needed to change two of its members.
-bool Request::read_plain(const std::string& text) {
-  auto found = outline(text);
+bool Request::read_plain() {
+  const auto found = outline(text_);
   if (!found || !found->compact || !found->id || !found->method) return false;
-  const auto method = found->method->value_in(text);
-  if (!is_plain_text(method)) return false;
-  Json id = plain_value(found->id->value_in(text));
-  if (!id) return false;
+  const auto method = found->method->value_in(text_);
+  const auto id = found->id->value_in(text_);
+  if (!is_plain_text(method) || !(is_plain_text(id) || is_plain_integer(id))) return false;
   if (found->transaction_id) {
-    transaction_id_ = integer_of(found->transaction_id->value_in(text));
-    if (!transaction_id_) return false;
+    const auto number = found->transaction_id->value_in(text_);
+    if (!is_plain_integer(number)) return false;
+    transaction_id_ = number;
   }
-  id_ = std::move(id);
+  id_ = id;
   method_ = unquoted(method);
-  text_ = text;
   outline_ = found;
   return true;
 }
@@ -78,15 +63,17 @@ bool Request::read_plain(const std::string& text) {
 const char* Request::examine() {
   if (!object_) return "no_json";
   if (!json_is_object(object_.get())) return "no_object";
-  id_ = another_reference(json_object_get(object_.get(), "id"));
-  transaction_id_ = another_reference(json_object_get(object_.get(), transaction_id));
-  if (is_notification()) return nullptr;
+  const json_t* const id = json_object_get(object_.get(), "id");
+  const json_t* const number = json_object_get(object_.get(), transaction_id);
+  if (id == nullptr) return nullptr;
 
   const json_t* const method = json_object_get(object_.get(), "method");
   if (!json_is_string(method)) return "no_method";
   method_ = json_string_value(method);
-  if (!is_valid_id(id_.get())) return "bad_id";
-  if (transaction_id_ && !json_is_number(transaction_id_.get())) return "bad_transaction_id";
+  if (!is_valid_id(id)) return "bad_id";
+  if (number != nullptr && !json_is_number(number)) return "bad_transaction_id";
+  id_ = encoded(id);
+  if (number != nullptr) transaction_id_ = encoded(number);
   return nullptr;
 }
 
@@ -121,39 +108,44 @@ Text Request::spliced(int32_t number) const noexcept {
   const std::string_view text(text_);
   char* at = result.get();
   size_t from = 0;
+  const auto append = [&at](std::string_view piece) {
+    at = static_cast<char*>(mempcpy(at, piece.data(), piece.size()));
+  };
   for (const auto& [place, new_text] : changes) {
-    at = std::ranges::copy(text.substr(from, place.begin - from), at).out;
-    at = std::ranges::copy(new_text, at).out;
+    append(text.substr(from, place.begin - from));
+    append(new_text);
     from = place.end;
   }
-  at = std::ranges::copy(text.substr(from, outline_->end - from), at).out;
+  append(text.substr(from, outline_->end - from));
   *at = '\0';
   return result;
 }
 
 std::string Request::id_text() const {
-  return json_is_string(id_.get()) ? json_string_value(id_.get()) : encoded(id_.get());
+  const Json id = parsed(id_);
+  require_memory(id != nullptr);
+  return json_is_string(id.get()) ? json_string_value(id.get()) : id_;
 }
 
 std::string Request::restore(Response answer, bool strict_id) const {
-  return answer.change(transaction_id_.get(), strict_id ? id_.get() : nullptr);
+  return answer.change(transaction_id_, strict_id ? id_ : std::string_view());
 }
 
 std::string Request::finish(Json response, bool strict_id) const {
   require_memory(response != nullptr);
-  if (transaction_id_) {
-    set_member(response.get(), transaction_id, transaction_id_.get());
+  if (!transaction_id_.empty()) {
+    set_member(response.get(), transaction_id, transaction_id_);
   } else {
     json_object_del(response.get(), transaction_id);
   }
-  if (strict_id) set_member(response.get(), "id", id_.get());
+  if (strict_id) set_member(response.get(), "id", id_);
   return encoded(response.get());
 }
 
 std::string Request::busy(bool strict_id) const {
   const Json refused(json_pack("{s:s}", "id", id_text().c_str()));
   require_memory(refused != nullptr);
-  if (transaction_id_) set_member(refused.get(), transaction_id, transaction_id_.get());
+  if (!transaction_id_.empty()) set_member(refused.get(), transaction_id, transaction_id_);
   json_t* response = nullptr;
   kestro_jrpc_router_create_system_lock_response(refused.get(), &response);
   return finish(Json(response), strict_id);

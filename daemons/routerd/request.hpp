@@ -17,12 +17,12 @@ namespace kestro::routerd {
 // Where memory runs out, what makes an answer throws std::bad_alloc: no answer is ever half or somebody else's.
 class Request {
  public:
-  explicit Request(const std::string& text);
+  explicit Request(std::string text);
 
   // Why the request goes nowhere: a word for the counters; null when nothing is wrong.
   [[nodiscard]] const char* objection() const noexcept { return objection_; }
   // Without "id": nobody waits for an answer, and nothing is forwarded.
-  [[nodiscard]] bool is_notification() const noexcept { return !id_; }
+  [[nodiscard]] bool is_notification() const noexcept { return id_.empty(); }
   [[nodiscard]] const std::string& method() const noexcept { return method_; }
 
   // The request as it goes onto the bus, with a transaction number of the router's own and its reply channel as "id".
@@ -44,7 +44,7 @@ class Request {
   [[nodiscard]] std::string timed_out(bool strict_id) const;
 
  private:
-  [[nodiscard]] bool read_plain(const std::string& text);
+  [[nodiscard]] bool read_plain();
   [[nodiscard]] const char* examine();
   [[nodiscard]] Text spliced(int32_t number) const noexcept;
   [[nodiscard]] std::string id_text() const;
@@ -53,8 +53,8 @@ class Request {
   std::string text_;
   std::optional<Outline> outline_;  // of a text that travels as it is, but for its numbers
   Json object_;                     // of any other
-  Json id_;
-  Json transaction_id_;
+  std::string id_;                  // as JSON texts, empty where there is none
+  std::string transaction_id_;
   std::string method_;
   const char* objection_ = nullptr;
 };

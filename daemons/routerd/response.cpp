@@ -20,8 +20,9 @@ std::string encoded(const json_t* value) {
   return text.get();
 }
 
-void set_member(json_t* object, const char* key, json_t* value) {
-  require_memory(json_object_set(object, key, value) == 0);
+void set_member(json_t* object, const char* key, std::string_view value) {
+  Json parsed_value = parsed(std::string(value));
+  require_memory(parsed_value && json_object_set_new(object, key, parsed_value.release()) == 0);
 }
 
 Response::Response(std::string text) : text_(std::move(text)), outline_(outline(text_)) {
@@ -60,39 +61,37 @@ void Response::read_odd() {
   method_ = json_is_string(id) ? json_string_value(id) : "";
 }
 
-std::string Response::change(json_t* transaction_id, json_t* id) {
+std::string Response::change(std::string_view transaction_id, std::string_view id) {
   const bool has_places =
-      outline_ && (transaction_id == nullptr || outline_->transaction_id) && (id == nullptr || outline_->id);
+      outline_ && (transaction_id.empty() || outline_->transaction_id) && (id.empty() || outline_->id);
   return has_places ? splice(transaction_id, id) : rebuild(transaction_id, id);
 }
 
-std::string Response::splice(json_t* transaction_id, json_t* id) {
-  const std::string number = transaction_id != nullptr ? encoded(transaction_id) : "";
-  const std::string name = id != nullptr ? encoded(id) : "";
-  const auto put = [this](Span place, const std::string& text) {
+std::string Response::splice(std::string_view transaction_id, std::string_view id) {
+  const auto put = [this](Span place, std::string_view text) {
     text_.replace(place.begin, place.end - place.begin, text);
   };
   const auto put_id = [&] {
-    if (id != nullptr) put(outline_->id->value, name);
+    if (!id.empty()) put(outline_->id->value, id);
   };
   // From the back, so that the places in front stay what they are.
   const auto& numbered = outline_->transaction_id;
   const bool id_is_last = numbered && outline_->id && outline_->id->value.begin > numbered->value.begin;
   if (id_is_last) put_id();
-  if (numbered) put(transaction_id != nullptr ? numbered->value : numbered->whole, number);
+  if (numbered) put(transaction_id.empty() ? numbered->whole : numbered->value, transaction_id);
   if (!id_is_last) put_id();
   return std::move(text_);
 }
 
-std::string Response::rebuild(json_t* transaction_id, json_t* id) {
+std::string Response::rebuild(std::string_view transaction_id, std::string_view id) {
   if (!object_) object_ = parsed(text_);
   require_memory(object_ != nullptr);
-  if (transaction_id != nullptr) {
+  if (!transaction_id.empty()) {
     set_member(object_.get(), transaction_id_key, transaction_id);
   } else {
     json_object_del(object_.get(), transaction_id_key);
   }
-  if (id != nullptr) set_member(object_.get(), "id", id);
+  if (!id.empty()) set_member(object_.get(), "id", id);
   return encoded(object_.get());
 }
 

@@ -1,6 +1,7 @@
 #include "routerd/router.hpp"
 
 #include <jansson.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -37,6 +38,8 @@ constexpr auto here = site_of("kestro_routerd");
 using namespace std::chrono_literals;
 
 constexpr int listen_backlog = 4'096;
+// Those who have connected must not keep the others from their answers.
+constexpr int clients_at_a_time = 64;
 constexpr auto pause_without_descriptors = 1s;
 constexpr auto last_writes = 1s;
 
@@ -82,27 +85,19 @@ bool is_forbidden(const Request& request, const Client& client) {
 
 class Router::Presence {
  public:
-  Presence(Router& router, Client& client) : router_(router), client_(client) {
-    const auto place = router_.clients_.insert(&client).first;
-    try {
-      router_.reading_.insert(&client);
-    } catch (...) {
-      router_.clients_.erase(place);
-      throw;
-    }
-  }
+  Presence(Router& router, Client& client)
+      : router_(router), place_(router.clients_.insert(router.clients_.end(), &client)) {}
   Presence(const Presence&) = delete;
   Presence& operator=(const Presence&) = delete;
   ~Presence() {
-    router_.clients_.erase(&client_);
-    router_.reading_.erase(&client_);
+    router_.clients_.erase(place_);
     asio::error_code ignored;
     router_.client_left_.cancel(ignored);
   }
 
  private:
   Router& router_;
-  Client& client_;
+  std::list<Client*>::iterator place_;
 };
 
 Router::Router(asio::io_context& io, Options options)
@@ -171,8 +166,7 @@ asio::awaitable<void> Router::accept_clients(Listener& listener) {
     }
     co_await listener.readable.async_wait(asio::posix::stream_descriptor::wait_read, use_result(woken));
     if (woken || draining_) co_return;
-    // Meanwhile the other listener may have taken the last place.
-    if (clients_.size() >= options_.max_clients || accept_one(listener)) continue;
+    if (accept_those_waiting(listener)) continue;
 
     here().log(Warning, "accepting is paused: %s\n", strerror(errno));
     asio::steady_timer pause(io_, pause_without_descriptors);
@@ -180,7 +174,19 @@ asio::awaitable<void> Router::accept_clients(Listener& listener) {
   }
 }
 
-// False when the system has no descriptor or memory for a connection that waits.
+// Many at a time: what the bus brings meanwhile is taken in one go as well, and its thread is woken less often. False
+// when the system has no descriptor or memory for a connection that waits.
+bool Router::accept_those_waiting(Listener& listener) {
+  for (int i = 0; i < clients_at_a_time; ++i) {
+    // The other listener may have taken the last place.
+    if (clients_.size() >= options_.max_clients) break;
+    if (!accept_one(listener)) return false;
+    pollfd waiting{.fd = listener.fd, .events = POLLIN, .revents = 0};
+    if (poll(&waiting, 1, 0) <= 0) break;
+  }
+  return true;
+}
+
 bool Router::accept_one(Listener& listener) {
   int32_t fd = -1;
   errno = 0;
@@ -211,14 +217,13 @@ void Router::begin_serving(const std::shared_ptr<Client>& client) {
 // The life of one client, from its first byte to the end of its connection.
 asio::awaitable<void> Router::serve(std::shared_ptr<Client> client, std::unique_ptr<Presence> /*presence*/) {
   auto received = co_await client->read_request(options_.max_request, options_.read_timeout);
-  reading_.erase(client.get());
   stats_.bytes_in += received.text.size();
   if (received.failure != nullptr) {
     refuse(received.failure);
     co_return client->close();
   }
 
-  Request request(received.text);
+  Request request(std::move(received.text));
   received = {};
   if (request.objection() != nullptr) {
     refuse(request.objection());
@@ -251,22 +256,22 @@ asio::awaitable<std::string> Router::answer_to(Request& request) {
     co_return answer;
   }
   InFlight::Entry entry(in_flight_, io_, request.method(), InFlight::Clock::now() + time_for(request.method()));
-  const Text channel(kestro_jrpc_router_extract_channel(request.method().c_str()));
+  const char* const channel = service_channel(request.method().c_str());
   Text text = request.addressed(entry.number());
-  if (!channel || !text) {
+  if (!text) {
     refuse("out_of_memory");
     co_return std::string();
   }
   request.forget_object();
-  const size_t size = strlen(channel.get()) + 1 + strlen(text.get());
+  const size_t size = strlen(channel) + 1 + strlen(text.get());
   if (size > bus_message_limit) {
     refuse("too_large");
     co_return std::string();
   }
 
-  SendWindow::Place place(windows_.of(channel.get()));
-  if (co_await place.enter(io_, size, entry.deadline(), entry.given_up())) {
-    if (bus_.publish(channel.get(), text.get()) != 0) {
+  SendWindow::Place place(windows_.of(channel));
+  if (place.enter_at_once(size) || co_await place.enter(io_, size, entry.deadline(), entry.given_up())) {
+    if (bus_.publish(channel, text.get()) != 0) {
       refuse("not_published");
       co_return std::string();
     }
@@ -297,18 +302,18 @@ void Router::deliver(std::string text) {
     here().log(Debug, "dropped what is no response\n");
     return;
   }
-  const std::string method = response.method();
-  switch (in_flight_.deliver(std::move(response))) {
+  switch (in_flight_.deliver(response)) {
     case InFlight::Delivery::Done:
       break;
     case InFlight::Delivery::Late:
       ++stats_.late;
-      if (log_admits(Debug)) here().log(Debug, "dropped a late or repeated response of %s\n", shown(method).c_str());
+      if (log_admits(Debug))
+        here().log(Debug, "dropped a late or repeated response of %s\n", shown(response.method()).c_str());
       break;
     case InFlight::Delivery::Foreign:
       ++stats_.foreign;
       if (log_admits(Debug))
-        here().log(Debug, "dropped a response of %s that was not asked for here\n", shown(method).c_str());
+        here().log(Debug, "dropped a response of %s that was not asked for here\n", shown(response.method()).c_str());
       break;
   }
 }
@@ -390,7 +395,9 @@ asio::awaitable<void> Router::drain() {
   co_await wait_until(options_.drain_timeout, [this] { return in_flight_.size() == 0; });
   in_flight_.give_up_all();
   windows_.wake_all();
-  for (Client* client : reading_) client->abandon("shutting_down");
+  for (Client* client : clients_) {
+    if (!client->has_asked()) client->abandon("shutting_down");
+  }
   co_await wait_until(last_writes, [this] { return clients_.empty(); });
   here().log(Info, "ended: %llu accepted, %llu answered, %llu busy, %llu timed out\n",
              static_cast<unsigned long long>(stats_.accepted), static_cast<unsigned long long>(stats_.answered),

@@ -12,7 +12,6 @@
 #include <functional>
 #include <list>
 #include <memory>
-#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -58,6 +57,7 @@ class Router {
   asio::awaitable<void> drain();
   asio::awaitable<void> wait_until(std::chrono::duration<double> limit, std::function<bool()> done);
 
+  bool accept_those_waiting(Listener& listener);
   bool accept_one(Listener& listener);
   void begin_serving(const std::shared_ptr<Client>& client);
   void deliver(std::string text);
@@ -79,8 +79,7 @@ class Router {
 
   InFlight in_flight_;
   SendWindows windows_;
-  std::set<Client*> clients_;
-  std::set<Client*> reading_;  // those whose request has not come yet
+  std::list<Client*> clients_;
   bool maintenance_ = false;
   bool draining_ = false;
   bool ended_ = false;

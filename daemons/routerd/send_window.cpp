@@ -47,9 +47,23 @@ SendWindow::Place::~Place() {
   window_.wake_first();
 }
 
+bool SendWindow::Place::enter_at_once(size_t bytes) {
+  bytes_ = bytes + overhead;
+  if (!window_.waiting_.empty() || !window_.has_room(bytes_)) return false;
+  position_ = window_.inside_.insert(window_.inside_.end(), this);
+  settle();
+  return true;
+}
+
+void SendWindow::Place::settle() {
+  settled_ = Clock::now() + patience;
+  window_.used_ += bytes_;
+  state_ = State::Inside;
+}
+
 asio::awaitable<bool> SendWindow::Place::enter(asio::io_context& io, size_t bytes, Clock::time_point deadline,
                                                const bool& given_up) {
-  bytes_ = bytes + overhead;
+  if (!given_up && enter_at_once(bytes)) co_return true;
   asio::steady_timer timer(io);
   timer_ = &timer;
   position_ = window_.waiting_.insert(window_.waiting_.end(), this);
@@ -64,10 +78,8 @@ asio::awaitable<bool> SendWindow::Place::enter(asio::io_context& io, size_t byte
   }
   const bool entered = first && !given_up && window_.has_room(bytes_);
   if (entered) {
-    settled_ = Clock::now() + patience;
-    window_.used_ += bytes_;
     window_.inside_.splice(window_.inside_.end(), window_.waiting_, position_);
-    state_ = State::Inside;
+    settle();
   } else {
     window_.waiting_.erase(position_);
     state_ = State::Outside;

@@ -7,9 +7,11 @@
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 #include <chrono>
+#include <functional>
 #include <list>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace kestro::routerd {
 
@@ -27,12 +29,15 @@ class SendWindow {
     Place& operator=(const Place&) = delete;
     ~Place();
 
+    // Enters when nobody waits and there is room.
+    bool enter_at_once(size_t bytes);
     // Waits, in the order of arrival, until there is room. False when the deadline passes or the request is given up
     // first.
     asio::awaitable<bool> enter(asio::io_context& io, size_t bytes, Clock::time_point deadline, const bool& given_up);
 
    private:
     friend class SendWindow;
+    void settle();
     void wake() noexcept;
 
     SendWindow& window_;
@@ -61,14 +66,18 @@ class SendWindow {
 class SendWindows {
  public:
   explicit SendWindows(size_t capacity) : capacity_(capacity) {}
-  SendWindow& of(const std::string& channel) { return windows_.try_emplace(channel, capacity_).first->second; }
+  SendWindow& of(std::string_view channel) {
+    const auto found = windows_.find(channel);
+    return found != windows_.end() ? found->second
+                                   : windows_.try_emplace(std::string(channel), capacity_).first->second;
+  }
   void wake_all() {
     for (auto& [channel, window] : windows_) window.wake_all();
   }
 
  private:
   size_t capacity_;
-  std::map<std::string, SendWindow> windows_;
+  std::map<std::string, SendWindow, std::less<>> windows_;
 };
 
 }  // namespace kestro::routerd

@@ -18,6 +18,7 @@ constexpr size_t max_digits = 18;
 constexpr size_t max_exponent_digits = 2;
 // Keys are compared with each other up to so many, sorted beyond.
 constexpr size_t few_keys = 16;
+constexpr size_t usual_keys = 32;
 
 bool is_digit(char c) noexcept {
   return c >= '0' && c <= '9';
@@ -47,8 +48,9 @@ uint64_t hash_of(std::string_view key) noexcept {
 // returns false for what is broken or odd.
 class Pass {
  public:
-  explicit Pass(const std::string& text) noexcept
-      : begin_(text.data()), at_(text.data()), end_(text.data() + text.size()) {}
+  explicit Pass(const std::string& text) : begin_(text.data()), at_(text.data()), end_(text.data() + text.size()) {
+    keys_.reserve(usual_keys);
+  }
 
   bool outermost() {
     skip_space();
@@ -84,7 +86,6 @@ class Pass {
     while (is_digit(*at_)) ++at_;
     return static_cast<size_t>(at_ - first);
   }
-  void skip_plain_characters() noexcept;
   [[nodiscard]] bool keys_are_distinct(size_t first);
   void note(std::string_view key, const char* value, const char* comma) noexcept;
   [[nodiscard]] std::optional<Member>* place_of(std::string_view key) noexcept;
@@ -204,7 +205,7 @@ bool Pass::string() {
   escaped_ = false;
   ++at_;
   for (;;) {
-    skip_plain_characters();
+    at_ = end_of_plain_characters(at_, end_);
     const char c = *at_;
     if (c == '"') {
       ++at_;
@@ -213,25 +214,6 @@ bool Pass::string() {
     const bool sound = c == '\\' ? escape() : static_cast<signed char>(c) < 0 && character();
     if (!sound) return false;
   }
-}
-
-// To the next byte that is a quote, a backslash, a control character or none of ASCII.
-void Pass::skip_plain_characters() noexcept {
-  const __m128i quote = _mm_set1_epi8('"');
-  const __m128i backslash = _mm_set1_epi8('\\');
-  const __m128i blank = _mm_set1_epi8(' ');
-  while (left() >= sizeof(__m128i)) {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at_));
-    // Compared as signed numbers, bytes beyond ASCII are below the blank too.
-    const __m128i special = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, quote), _mm_cmpeq_epi8(bytes, backslash)),
-                                         _mm_cmplt_epi8(bytes, blank));
-    if (const auto places = static_cast<unsigned>(_mm_movemask_epi8(special)); places != 0) {
-      at_ += std::countr_zero(places);
-      return;
-    }
-    at_ += sizeof(__m128i);
-  }
-  while (static_cast<signed char>(*at_) >= ' ' && *at_ != '"' && *at_ != '\\') ++at_;
 }
 
 bool Pass::escape() {
@@ -292,6 +274,24 @@ bool Pass::literal(std::string_view word) noexcept {
 }
 
 }  // namespace
+
+const char* end_of_plain_characters(const char* from, const char* end) noexcept {
+  const __m128i quote = _mm_set1_epi8('"');
+  const __m128i backslash = _mm_set1_epi8('\\');
+  const __m128i blank = _mm_set1_epi8(' ');
+  while (end - from >= static_cast<std::ptrdiff_t>(sizeof(__m128i))) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    // Compared as signed numbers, bytes beyond ASCII are below the blank too.
+    const __m128i special = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, quote), _mm_cmpeq_epi8(bytes, backslash)),
+                                         _mm_cmplt_epi8(bytes, blank));
+    if (const auto places = static_cast<unsigned>(_mm_movemask_epi8(special)); places != 0) {
+      return from + std::countr_zero(places);
+    }
+    from += sizeof(__m128i);
+  }
+  while (from != end && static_cast<signed char>(*from) >= ' ' && *from != '"' && *from != '\\') ++from;
+  return from;
+}
 
 std::optional<Outline> outline(const std::string& text) {
   Pass pass(text);

@@ -29,13 +29,6 @@ constexpr ServiceRow services[] = {
     {"ol", KESTRO_JRPC_CHANNEL_3A6F8F51}, {"ro", KESTRO_JRPC_CHANNEL_3A6F8F51}, {"ev", KESTRO_JRPC_CHANNEL_505A5451},
 };
 
-const char* service_channel(const char* method) noexcept {
-  for (const auto& row : services) {
-    if (strncmp(method, row.prefix, strlen(row.prefix)) == 0) return row.channel;
-  }
-  return KESTRO_JRPC_CHANNEL_DEFAULT;
-}
-
 // A new text of these bytes, or null.
 Text copy_bytes(const char* bytes, size_t length) noexcept {
   Text copy(static_cast<char*>(calloc(length + 1, 1)));
@@ -44,6 +37,13 @@ Text copy_bytes(const char* bytes, size_t length) noexcept {
 }
 
 }  // namespace
+
+const char* kestro::service_channel(const char* method) noexcept {
+  for (const auto& row : services) {
+    if (strncmp(method, row.prefix, strlen(row.prefix)) == 0) return row.channel;
+  }
+  return KESTRO_JRPC_CHANNEL_DEFAULT;
+}
 
 char* kestro::kestro_jrpc_add_channel(const char* channel, const char* json) noexcept {
   if (channel == nullptr || json == nullptr) {

@@ -18,6 +18,9 @@ char* kestro_jrpc_add_channel(const char* channel, const char* json) noexcept;
 // The channel of the service that a method belongs to.
 char* kestro_jrpc_router_extract_channel(const char* method) noexcept;
 
+// The same channel, not to be released.
+const char* service_channel(const char* method) noexcept;
+
 // The two halves of kestro_jrpc_parse_channel(), for who needs the object as well: the object of a text, or null, and the
 // channel in it, with the statuses of the whole. Both tell of failures as the whole does.
 Json parse_addressed(const char* json) noexcept;

@@ -159,6 +159,8 @@ class Road {
     if (json_is_integer(number)) return json_integer_value(number) - probes_counted_as(name);
     return json_is_integer(refused) ? json_integer_value(refused) : -1;
   }
+  // What is counted from here on was published after this.
+  void forget_counters() const { kestro_shm_clear(stats_name_.c_str(), routerd::StatsVariable::size); }
   [[nodiscard]] bool counts(const std::string& name, int64_t number) const {
     return eventually([&] { return counter(name) == number; });
   }

@@ -215,10 +215,12 @@ TEST(RouterdClients, MoreThanTheLimitWaitToBeAccepted) {
   for (int number = 0; number < 4; ++number) {
     silent.push_back(number % 2 == 0 ? road.connect() : road.connect_by_tcp());
   }
+  ASSERT_TRUE(road.counts("clients", 4));
   const auto fifth = road.connect();
   fifth.send(echo);
   const auto sixth = road.connect_by_tcp();
   sixth.send(echo);
+  road.forget_counters();
   ASSERT_TRUE(road.counts("clients", 4));
   EXPECT_EQ(road.counter("accepted"), 4);
   EXPECT_FALSE(fifth.has_news());

@@ -160,7 +160,7 @@ void wait_for_a_response(Trial& trial) {
         const auto status = run(io, [&]() -> asio::awaitable<void> {
           InFlight::Entry entry(in_flight, io, "ports.Get", InFlight::Clock::now() + 100s);
           routerd::Response sent(R"({"id":"ports.Get","transaction_id":)" + std::to_string(entry.number()) + "}");
-          EXPECT_EQ(in_flight.deliver(std::move(sent)), InFlight::Delivery::Done);
+          EXPECT_EQ(in_flight.deliver(sent), InFlight::Delivery::Done);
           const auto response = co_await entry.response();
           EXPECT_TRUE(response && response->method() == "ports.Get");
         });
