@@ -25,7 +25,7 @@
 #include "kestro_jrpc.h"
 #include "kestro_jrpc/await.hpp"
 #include "kestro_jrpc/envelope.hpp"
-#include "kestro_jrpc/evaluate.hpp"
+#include "kestro_jrpc/methods.hpp"
 #include "kestro_lsyslog.h"
 #include "kestro_socket.h"
 

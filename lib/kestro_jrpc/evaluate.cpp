@@ -2,13 +2,12 @@
 
 #include <jansson.h>
 
-#include <cstring>
-
 #include "core/owned.hpp"
 #include "core/site.hpp"
 #include "core/status.hpp"
 #include "kestro_jrpc/error_codes.hpp"
 #include "kestro_jrpc/json.hpp"
+#include "kestro_jrpc/methods.hpp"
 
 namespace kestro {
 
@@ -124,13 +123,6 @@ int32_t call_handler(const Request& request, const kestro_jrpc_mapping_t& row, c
 }
 
 }  // namespace
-
-const kestro_jrpc_mapping_t* find_method(const kestro_jrpc_mapping_t* table, const char* method) noexcept {
-  for (; table->methodHandler != nullptr; ++table) {
-    if (strcmp(table->method, method) == 0) return table;
-  }
-  return nullptr;
-}
 
 int32_t evaluate(const json_t* request, kestro_jrpc_mapping_t* table, char** response) noexcept {
   if (!show_received(here(), request)) {

@@ -19,9 +19,6 @@ int32_t kestro_jrpc_eval_request(char* request, kestro_jrpc_mapping_t* table, ch
 // The same for a request that is parsed already, an object.
 int32_t evaluate(const json_t* request, kestro_jrpc_mapping_t* table, char** response) noexcept;
 
-// The row of a method, or null.
-const kestro_jrpc_mapping_t* find_method(const kestro_jrpc_mapping_t* table, const char* method) noexcept;
-
 }  // namespace kestro
 
 #endif

@@ -5,8 +5,8 @@
 #include "core/status.hpp"
 #include "kestro_jrpc.h"
 #include "kestro_jrpc/error_codes.hpp"
-#include "kestro_jrpc/evaluate.hpp"
 #include "kestro_jrpc/json.hpp"
+#include "kestro_jrpc/methods.hpp"
 
 using namespace kestro;
 

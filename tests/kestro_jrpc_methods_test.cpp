@@ -1,0 +1,113 @@
+// Methods are found in tables of any length, whatever was found there before.
+#include "kestro_jrpc/methods.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kestro::test {
+namespace {
+
+int32_t handle(json_t* /*params*/, json_t** /*result*/, json_t** /*err_data*/) {
+  return 0;
+}
+
+// Rows "m0", "m1" and so on, and the end.
+class Table {
+ public:
+  explicit Table(size_t size) {
+    for (size_t i = 0; i < size; ++i) names_.push_back("m" + std::to_string(i));
+    for (const auto& name : names_) rows_.push_back({name.c_str(), handle});
+    rows_.push_back({nullptr, nullptr});
+  }
+
+  kestro_jrpc_mapping_t& operator[](size_t row) { return rows_[row]; }
+  // The number of the row, or -1.
+  [[nodiscard]] long find(const std::string& method) const {
+    const auto* const row = find_method(rows_.data(), method.c_str());
+    return row != nullptr ? row - rows_.data() : -1;
+  }
+
+ private:
+  std::vector<std::string> names_;
+  std::vector<kestro_jrpc_mapping_t> rows_;
+};
+
+TEST(KestroJrpcMethods, EveryRowIsFoundOnceAndAgain) {
+  for (const size_t size : {0U, 1U, 7U, 8U, 9U, 100U, 1000U}) {
+    const Table table(size);
+    for (int again = 0; again < 3; ++again) {
+      for (size_t row = 0; row < size; ++row) EXPECT_EQ(table.find("m" + std::to_string(row)), static_cast<long>(row));
+      EXPECT_EQ(table.find("m" + std::to_string(size)), -1);
+      EXPECT_EQ(table.find(""), -1);
+    }
+  }
+}
+
+TEST(KestroJrpcMethods, TablesDoNotMeetEachOther) {
+  const Table one(50);
+  Table other(50);
+  std::swap(other[20], other[40]);
+  for (int again = 0; again < 3; ++again) {
+    EXPECT_EQ(one.find("m40"), 40);
+    EXPECT_EQ(other.find("m40"), 20);
+  }
+}
+
+TEST(KestroJrpcMethods, FirstOfTwoRowsCountsAlsoWhenItCameLater) {
+  Table table(50);
+  ASSERT_EQ(table.find("m40"), 40);
+  for (const size_t row : {30, 9, 8, 7, 0}) {
+    const std::string copy = "m40";
+    const auto before = table[row];
+    table[row].method = copy.c_str();
+    EXPECT_EQ(table.find("m40"), static_cast<long>(row));
+    table[row] = before;
+    EXPECT_EQ(table.find("m40"), 40);
+  }
+}
+
+TEST(KestroJrpcMethods, RowThatHasGoneIsNotFound) {
+  for (const size_t row : {9, 20, 40}) {
+    Table table(50);
+    ASSERT_EQ(table.find("m40"), 40);
+    table[row] = {nullptr, nullptr};
+    EXPECT_EQ(table.find("m40"), -1);
+  }
+}
+
+TEST(KestroJrpcMethods, NothingBehindTheEndIsLookedAt) {
+  Table table(50);
+  ASSERT_EQ(table.find("m40"), 40);
+  for (size_t row = 49; row >= 10; --row) {
+    table[row] = {nullptr, nullptr};
+    EXPECT_EQ(table.find("m40"), row > 40 ? 40 : -1);
+  }
+}
+
+TEST(KestroJrpcMethods, RowsMayChangePlaces) {
+  Table table(50);
+  ASSERT_EQ(table.find("m40"), 40);
+  std::swap(table[40], table[10]);
+  EXPECT_EQ(table.find("m40"), 10);
+  EXPECT_EQ(table.find("m10"), 40);
+  std::swap(table[40], table[10]);
+  EXPECT_EQ(table.find("m40"), 40);
+  EXPECT_EQ(table.find("m10"), 10);
+}
+
+TEST(KestroJrpcMethods, ThreadsFindTheSame) {
+  const Table table(500);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&table] {
+      for (size_t row = 0; row < 500; ++row) EXPECT_EQ(table.find("m" + std::to_string(row)), static_cast<long>(row));
+    });
+  }
+  for (auto& thread : threads) thread.join();
+}
+
+}  // namespace
+}  // namespace kestro::test
