@@ -25,7 +25,7 @@ appliance_start() {
   done
   PATH=$(cd "$build/tools/kestroctl" && pwd):$PATH
   appliance=$(mktemp -d "${TMPDIR:-/tmp}/kestro-XXXXXX")
-  appliance_stats=/${appliance##*/}
+  appliance_stats=/${appliance##*/}.stats
   mkdir "$appliance/update"
   local ports
   mapfile -t ports < <(_free_ports 3)

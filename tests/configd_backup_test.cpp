@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -11,7 +12,10 @@
 #include <string>
 #include <vector>
 
+#include "core/status.hpp"
+#include "support/captured_stderr.hpp"
 #include "support/database.hpp"
+#include "support/faults.hpp"
 #include "support/log.hpp"
 #include "support/named.hpp"
 #include "support/temp_dir.hpp"
@@ -65,6 +69,27 @@ TEST_F(ConfigdBackup, ACopyIsWholeAndOneFile) {
   EXPECT_EQ(bytes, static_cast<int64_t>(std::filesystem::file_size(backup_)));
   EXPECT_EQ(Database(backup_).value("SELECT name FROM dhcp_service"), "kept");
   EXPECT_THAT(files(), testing::UnorderedElementsAre("live.db", "backup.db"));
+}
+
+TEST_F(ConfigdBackup, ACopyThatMayNotBeOnTheDiskIsNone) {
+  const Fault fault("fsync", EIO);
+  try {
+    configd::create_backup(*database_, backup_);
+    FAIL() << "it was called written";
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.status(), status::cannot_open_file);
+    EXPECT_STREQ(failure.what(), "Input/output error");
+  }
+  EXPECT_THAT(files(), testing::UnorderedElementsAre("live.db"));
+}
+
+TEST_F(ConfigdBackup, ANameThatMayNotLastIsToldInTheLog) {
+  const LogLevel level(Warning);
+  const std::string log = stderr_of([&] {
+    const Fault fault("fsync", EIO, 2);
+    EXPECT_GT(configd::create_backup(*database_, backup_), 0);
+  });
+  EXPECT_EQ(count_log_lines(log, Warning, "", backup_ + " may not last through a power cut: Input/output error\n"), 1);
 }
 
 TEST_F(ConfigdBackup, ACopyLeavesOthersAlone) {

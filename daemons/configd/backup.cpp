@@ -1,12 +1,10 @@
 #include "configd/backup.hpp"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <system_error>
 
 #include "common/log.hpp"
+#include "configd/durable.hpp"
 #include "kestro_db_api.h"
 #include "kestro_sqlite3.h"
 
@@ -52,13 +50,6 @@ Connection copy_in_memory(sqlite3* from, const std::string& what) {
   copy(from, db.get(), what);
   kestro_sqlite3_exec_sql(db.get(), "PRAGMA trusted_schema = off");
   return db;
-}
-
-void sync(const std::string& path, int flags) {
-  const int fd = ::open(path.c_str(), flags | O_CLOEXEC);
-  if (fd < 0) return;
-  ::fsync(fd);
-  ::close(fd);
 }
 
 void refuse_live_file(const Database& database, const std::string& path) {
@@ -135,7 +126,7 @@ int64_t create_backup(const Database& database, const std::string& path) {
   std::filesystem::remove(draft, ignored);
   try {
     write_copy(database, draft);
-    sync(draft, O_RDONLY);
+    sync_file(draft);
     std::filesystem::rename(draft, path);
   } catch (const std::filesystem::filesystem_error& error) {
     std::filesystem::remove(draft, ignored);
@@ -145,7 +136,7 @@ int64_t create_backup(const Database& database, const std::string& path) {
     std::filesystem::remove(draft + "-journal", ignored);
     throw;
   }
-  sync(std::filesystem::path(path).parent_path(), O_RDONLY | O_DIRECTORY);
+  sync_name(path);
   return static_cast<int64_t>(std::filesystem::file_size(path));
 }
 

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "common/log.hpp"
+#include "configd/durable.hpp"
 #include "configd/schema.hpp"
 #include "kestro_data.h"
 #include "kestro_db_api.h"
@@ -51,13 +52,12 @@ void place_new(const std::string& path) {
   throw std::runtime_error("cannot create " + path + ": " + strerror(errno));
 }
 
-// A file that is moved must be there after a power cut, under its new name.
-void sync_directory_of(const std::string& path) {
-  const auto directory = std::filesystem::absolute(path).parent_path();
-  const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return;
-  ::fsync(fd);
+// Why a file that is there could not be opened.
+std::string reason_of(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+  if (fd < 0) return strerror(errno);
   ::close(fd);
+  return "it is no database, or memory ran out";
 }
 
 int64_t number_of(sqlite3* db, const char* sql) {
@@ -171,7 +171,7 @@ std::string Statement::text(int column) const {
 void Database::create(const std::string& path) {
   if (std::filesystem::exists(path)) return;
   place_new(path);
-  sync_directory_of(path);
+  sync_name(path);
   daemons::log_info("created the database " + path);
 }
 
@@ -183,7 +183,9 @@ Database::Database(std::string path) : path_(std::move(path)) {
   sqlite3* opened = nullptr;
   const int32_t status = kestro_db_ensure_open_file(&opened, path_.c_str());
   db_.reset(opened);
-  if (status != status::ok) throw std::runtime_error("cannot open the database " + path_);
+  if (status != status::ok) {
+    throw std::runtime_error("cannot open the database " + path_ + ": " + reason_of(path_));
+  }
   kestro_sqlite3_exec_sql(opened, "PRAGMA trusted_schema = off");
   kestro_sqlite3_exec_sql(opened, "PRAGMA journal_mode = delete");
   if (const std::string flaw = flaw_of(opened); !flaw.empty()) {

@@ -69,6 +69,14 @@ TEST(ConfigdStart, ADamagedDatabaseIsLeftForTheEngineer) {
   EXPECT_EQ(std::filesystem::file_size(path), 10'000U);
 }
 
+TEST(ConfigdStart, ADatabaseThatCannotBeOpenedIsToldWithTheReason) {
+  const TempDir dir;
+  Process daemon({KESTRO_CONFIGD, "--bus-publish", free_bus_address(), "--bus-subscribe", free_bus_address(),
+                  "--database", dir.path().string()});
+  EXPECT_EQ(daemon.wait(), 1);
+  EXPECT_THAT(daemon.err(), testing::HasSubstr("cannot open the database " + dir.path().string() + ": Is a directory"));
+}
+
 TEST(ConfigdStart, AnAddressInUseIsAnError) {
   BusSocket holder(KESTRO_MQ_SP_PUB);
   const std::string address = free_bus_address();

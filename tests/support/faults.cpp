@@ -70,6 +70,10 @@ int __real_ftruncate(int fd, off_t length);
 int __wrap_ftruncate(int fd, off_t length) {
   return fires("ftruncate") ? -1 : __real_ftruncate(fd, length);
 }
+int __real_fsync(int fd);
+int __wrap_fsync(int fd) {
+  return fires("fsync") ? -1 : __real_fsync(fd);
+}
 int __real_sqlite3_close(sqlite3* db);
 int __wrap_sqlite3_close(sqlite3* db) {
   return fires("sqlite3_close") ? SQLITE_ERROR : __real_sqlite3_close(db);
