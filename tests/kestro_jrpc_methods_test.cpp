@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -73,7 +75,7 @@ TEST(KestroJrpcMethods, RowThatHasGoneIsNotFound) {
   for (const size_t row : {9, 20, 40}) {
     Table table(50);
     ASSERT_EQ(table.find("m40"), 40);
-    table[row] = {nullptr, nullptr};
+    table[row].methodHandler = nullptr;  // the name of the last row does not count
     EXPECT_EQ(table.find("m40"), -1);
   }
 }
@@ -96,6 +98,21 @@ TEST(KestroJrpcMethods, RowsMayChangePlaces) {
   std::swap(table[40], table[10]);
   EXPECT_EQ(table.find("m40"), 40);
   EXPECT_EQ(table.find("m10"), 10);
+}
+
+// The names before are others, though they stand as far apart as ever.
+TEST(KestroJrpcMethods, FirstOfTwoRowsCountsWhateverElseChanged) {
+  std::array<char[24], 50> names{};
+  std::vector<kestro_jrpc_mapping_t> rows;
+  for (size_t i = 0; i < names.size(); ++i) {
+    snprintf(names[i], sizeof names[i], "m%zu", i);
+    rows.push_back({names[i], handle});
+  }
+  rows.push_back({nullptr, nullptr});
+  ASSERT_EQ(find_method(rows.data(), "m40"), &rows[40]);
+  rows[10].method = names[40];
+  rows[39].method = names[9];
+  EXPECT_EQ(find_method(rows.data(), "m40"), &rows[10]);
 }
 
 TEST(KestroJrpcMethods, ThreadsFindTheSame) {
