@@ -1,6 +1,7 @@
 #include "support/bus.hpp"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -8,7 +9,9 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 #include "core/owned.hpp"
@@ -27,6 +30,26 @@ bool is_free(int port) {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   return bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
 }
+
+// Keeps ports from the other test programs that run at the same time, as long as this one does: each is a byte of one
+// file, which it locks. The system unlocks them at its end, and children have no part in them.
+class Reservations {
+ public:
+  [[nodiscard]] bool take(int port) const {
+    struct flock byte {};
+    byte.l_type = F_WRLCK;
+    byte.l_whence = SEEK_SET;
+    byte.l_start = port;
+    byte.l_len = 1;
+    return fcntl(file_.get(), F_SETLK, &byte) == 0;
+  }
+
+ private:
+  Descriptor file_{open(path().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666)};
+
+  static std::string path() { return std::filesystem::temp_directory_path() / "kestro-test-ports"; }
+};
+const Reservations reservations;
 
 void require(int32_t status, const char* what) {
   if (status != 0) throw std::runtime_error(what);
@@ -48,7 +71,7 @@ int free_port() {
   static std::atomic<int> next{getpid() * 61};
   for (int tries = 0; tries < count; ++tries) {
     const int port = first + (next++ % count);
-    if (is_free(port)) return port;
+    if (reservations.take(port) && is_free(port)) return port;
   }
   throw std::runtime_error("no free port");
 }
