@@ -143,6 +143,7 @@ class Appliance:
         self.clock = work / "clock"
         self.database = self.disk / "vtr_h9.db"
         self.stats = f"/kestro-soak-{os.getpid()}"
+        self.callers = []
         self.left_waiting = 0  # strange clients that were neither answered nor closed in time
         address = {name: f"tcp://127.0.0.1:{free_port()}" for name in ("simd", "configd", "router", "stranger")}
         self.stranger = Publisher(address["stranger"])
@@ -199,7 +200,11 @@ class Appliance:
 
     def kestroctl(self, *arguments, **options):
         command = [self.build / "tools/kestroctl/kestroctl", "--socket", self.socket, *arguments]
-        return subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **options)
+        self.callers = [caller for caller in self.callers if caller.poll() is None]
+        self.callers.append(
+            subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **options)
+        )
+        return self.callers[-1]
 
     def call(self, method, params, patience=PATIENCE):
         process = self.kestroctl("call", method, json.dumps(params), "--timeout", str(patience))
@@ -210,6 +215,8 @@ class Appliance:
         return json.loads(Path("/dev/shm" + self.stats).read_bytes().split(b"\0")[0])
 
     def stop(self):
+        for caller in self.callers:
+            caller.terminate()  # those that still run, where the soak was ended before its time
         return {name: daemon.stop() for name, daemon in self.daemons.items()}
 
     def clean_up(self):
