@@ -57,7 +57,7 @@ std::string reason_of(const std::string& path) {
   const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
   if (fd < 0) return strerror(errno);
   ::close(fd);
-  return "it is no database, or memory ran out";
+  return "out of memory";
 }
 
 int64_t number_of(sqlite3* db, const char* sql) {

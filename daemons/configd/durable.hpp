@@ -9,7 +9,7 @@ namespace kestro::configd {
 // The content of a file. Throws std::filesystem::filesystem_error.
 void sync_file(const std::string& path);
 
-// The name of a file that was moved: where that fails, the file may have its old one after a power cut. The log says so.
+// The name that a file was given: where that fails, it may not have it after a power cut. The log says so.
 void sync_name(const std::string& path);
 
 }  // namespace kestro::configd
