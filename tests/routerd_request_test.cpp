@@ -4,11 +4,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <string>
 
 #include "kestro_jrpc.h"
 #include "support/named.hpp"
+#include "support/sanitized.hpp"
 
 namespace kestro::test {
 namespace {
@@ -164,6 +166,10 @@ const Answer answers[] = {
      R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":77})",
      R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":9223372036854775807})",
      R"({"jsonrpc":"2.0","id":-9223372036854775808,"result":0,"transaction_id":9223372036854775807})"},
+    {"MinusZero", R"({"method":"a","id":-0,"transaction_id":-0})",
+     R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":77})",
+     R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":0})",
+     R"({"jsonrpc":"2.0","id":0,"result":0,"transaction_id":0})"},
     {"Absent", R"({"method":"a","id":5})", R"({"jsonrpc":"2.0","id":"a","result":0,"transaction_id":77})",
      R"({"jsonrpc":"2.0","id":"a","result":0})", R"({"jsonrpc":"2.0","id":5,"result":0})"},
     {"InTheMiddle", R"({"method":"a","id":5,"transaction_id":12})",
@@ -206,6 +212,25 @@ TEST_P(Answers, AreRestoredWhenTheRequestIsForgotten) {
 }
 
 INSTANTIATE_TEST_SUITE_P(OfServices, Answers, testing::ValuesIn(answers), name_of<Answer>);
+
+size_t bytes_in_use() {
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+TEST(Requests, KeepLittleMemoryWhileTheirClientWaits) {
+  if (sanitized) GTEST_SKIP() << "the sanitizers count no memory here";
+  for (const char* const blank : {"", " "}) {  // with it the text is parsed
+    const std::string text =
+        "{" + std::string(blank) + R"("method":"a","id":5,"params":{"note":")" + std::string(1'000'000, 'x') + "\"}}";
+    const size_t before = bytes_in_use();
+    Request request{text};
+    EXPECT_GT(bytes_in_use() - before, 900'000U);
+    ASSERT_TRUE(request.addressed(77));
+    request.forget_object();
+    EXPECT_LT(bytes_in_use() - before, 10'000U);
+  }
+}
 
 struct Canned {
   const char* name;

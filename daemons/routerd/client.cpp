@@ -110,9 +110,9 @@ asio::awaitable<const char*> Client::write(std::string_view text, Seconds timeou
 }
 
 void Client::close() {
-  // Unread bytes would turn the close into a reset, which on TCP can overtake the answer.
+  // Unread bytes would turn the close into a reset: an error behind the answer, or, on TCP, instead of it.
   constexpr size_t enough = size_t{1} << 20;
-  for (size_t dropped = 0; family_ == AF_INET && dropped < enough;) {
+  for (size_t dropped = 0; dropped < enough;) {
     const ssize_t count = recv(socket_.get(), scratch.data(), scratch.size(), MSG_DONTWAIT);
     if (count <= 0) break;
     dropped += static_cast<size_t>(count);

@@ -1,6 +1,6 @@
 #include "routerd/framing.hpp"
 
-#include "routerd/splice.hpp"
+#include "routerd/plain_characters.hpp"
 
 namespace kestro::routerd {
 

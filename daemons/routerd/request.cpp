@@ -38,7 +38,7 @@ bool is_plain_integer(std::string_view value) noexcept {
 Request::Request(std::string text) : text_(std::move(text)) {
   if (read_plain()) return;
   object_ = parsed(text_);
-  text_ = {};
+  release(text_);
   objection_ = examine();
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "core/owned.hpp"
+#include "routerd/memory.hpp"
 #include "routerd/response.hpp"
 #include "routerd/splice.hpp"
 
@@ -34,7 +35,7 @@ class Request {
   void forget_object() noexcept {
     object_.reset();
     outline_.reset();
-    text_ = {};
+    release(text_);
   }
 
   // The service's answer as this client is to get it: its own "transaction_id" is back.

@@ -224,7 +224,6 @@ asio::awaitable<void> Router::serve(std::shared_ptr<Client> client, std::unique_
   }
 
   Request request(std::move(received.text));
-  received = {};
   if (request.objection() != nullptr) {
     refuse(request.objection());
     co_return client->close();

@@ -63,7 +63,7 @@ void SendWindow::Place::settle() {
 
 asio::awaitable<bool> SendWindow::Place::enter(asio::io_context& io, size_t bytes, Clock::time_point deadline,
                                                const bool& given_up) {
-  if (!given_up && enter_at_once(bytes)) co_return true;
+  bytes_ = bytes + overhead;
   asio::steady_timer timer(io);
   timer_ = &timer;
   position_ = window_.waiting_.insert(window_.waiting_.end(), this);

@@ -21,7 +21,7 @@ class SendWindow {
 
   explicit SendWindow(size_t capacity) : capacity_(capacity) {}
 
-  // Bytes in the window, from enter() until the object goes or they have surely been taken.
+  // Bytes in the window, from entering until the object goes or they have surely been taken.
   class Place {
    public:
     explicit Place(SendWindow& window) : window_(window) {}
@@ -29,7 +29,7 @@ class SendWindow {
     Place& operator=(const Place&) = delete;
     ~Place();
 
-    // Enters when nobody waits and there is room.
+    // Enters when nobody waits and there is room. Spares the coroutine that waiting would take.
     bool enter_at_once(size_t bytes);
     // Waits, in the order of arrival, until there is room. False when the deadline passes or the request is given up
     // first.

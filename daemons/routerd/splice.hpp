@@ -39,9 +39,6 @@ struct Outline {
 // 64 levels. The library has to judge those. What follows the object is not looked at.
 std::optional<Outline> outline(const std::string& text);
 
-// The first quote, backslash, control character or byte beyond ASCII; `end` when there is none.
-const char* end_of_plain_characters(const char* from, const char* end) noexcept;
-
 }  // namespace kestro::routerd
 
 #endif

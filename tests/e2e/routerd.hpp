@@ -28,17 +28,10 @@
 #include "support/bus.hpp"
 #include "support/log.hpp"
 #include "support/process.hpp"
+#include "support/sanitized.hpp"
 #include "support/temp_dir.hpp"
 
 namespace kestro::test {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#elif defined(__has_feature)
-constexpr bool sanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool sanitized = false;
-#endif
 
 // A request in JSON texts; `more` holds further members, each with its comma.
 inline std::string request(const std::string& method, const std::string& params, const std::string& id,
@@ -90,6 +83,18 @@ class Connection {
     // A child that stops or goes on interrupts a receive that has a time limit.
     const auto next = [&] { return TEMP_FAILURE_RETRY(::recv(socket_.get(), buffer.data(), buffer.size(), 0)); };
     for (ssize_t count = 0; (count = next()) > 0;) text.append(buffer.data(), static_cast<size_t>(count));
+    return text;
+  }
+  // Whether nothing more comes, and the connection was closed in good order.
+  [[nodiscard]] bool ends_well() const {
+    char byte = 0;
+    return TEMP_FAILURE_RETRY(::recv(socket_.get(), &byte, 1, 0)) == 0;
+  }
+  // Receives so many bytes.
+  [[nodiscard]] std::string receive_exactly(size_t size) const {
+    std::string text(size, '\0');
+    const ssize_t count = TEMP_FAILURE_RETRY(::recv(socket_.get(), text.data(), size, MSG_WAITALL));
+    text.resize(count > 0 ? static_cast<size_t>(count) : 0);
     return text;
   }
   std::string call(std::string_view text) const {

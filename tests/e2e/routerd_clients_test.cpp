@@ -229,6 +229,38 @@ TEST(RouterdClients, MoreThanTheLimitWaitToBeAccepted) {
   EXPECT_EQ(sixth.receive(), echoed);
 }
 
+TEST(RouterdClients, LimitHoldsForThoseWhoComeTogether) {
+  Road road({"--max-clients", "4"});
+  road.router().signal(SIGSTOP);
+  std::vector<Connection> silent;
+  for (int number = 0; number < 12; ++number) {
+    silent.push_back(number % 2 == 0 ? road.connect() : road.connect_by_tcp());
+  }
+  road.router().signal(SIGCONT);
+  ASSERT_TRUE(road.counts("clients", 4));
+  EXPECT_EQ(road.counter("accepted"), 4);
+}
+
+// What is behind a request is not read, and its sender gets the answer and a good end all the same.
+TEST(RouterdClients, BytesBehindTheRequestDoNotSpoilTheAnswer) {
+  const Road road;
+  for (const bool by_tcp : {false, true}) {
+    const auto later = by_tcp ? road.connect_by_tcp() : road.connect();
+    later.send(echo);
+    later.send("\n");
+    EXPECT_EQ(later.receive_exactly(echoed.size()), echoed);
+    EXPECT_TRUE(later.ends_well());
+
+    // The request ends where the router's buffer does.
+    const auto filling = by_tcp ? road.connect_by_tcp() : road.connect();
+    const std::string request = request_of(65'536);
+    filling.send(request + "\n");
+    const std::string answer = answer_to_request_of(65'536);
+    EXPECT_EQ(filling.receive_exactly(answer.size()), answer);
+    EXPECT_TRUE(filling.ends_well());
+  }
+}
+
 size_t count_of(std::string_view text, std::string_view what) {
   size_t count = 0;
   for (size_t at = text.find(what); at != std::string_view::npos; at = text.find(what, at + 1)) ++count;
