@@ -61,7 +61,7 @@ TEST(KestroJrpcMethods, TablesDoNotMeetEachOther) {
 TEST(KestroJrpcMethods, FirstOfTwoRowsCountsAlsoWhenItCameLater) {
   Table table(50);
   ASSERT_EQ(table.find("m40"), 40);
-  for (const size_t row : {30, 9, 8, 7, 0}) {
+  for (const size_t row : {30U, 9U, 8U, 7U, 0U}) {
     const std::string copy = "m40";
     const auto before = table[row];
     table[row].method = copy.c_str();
@@ -72,7 +72,7 @@ TEST(KestroJrpcMethods, FirstOfTwoRowsCountsAlsoWhenItCameLater) {
 }
 
 TEST(KestroJrpcMethods, RowThatHasGoneIsNotFound) {
-  for (const size_t row : {9, 20, 40}) {
+  for (const size_t row : {9U, 20U, 40U}) {
     Table table(50);
     ASSERT_EQ(table.find("m40"), 40);
     table[row].methodHandler = nullptr;  // the name of the last row does not count
