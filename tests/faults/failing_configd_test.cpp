@@ -119,7 +119,11 @@ class FailingConfigd : public testing::TestWithParam<Operation> {
     must("ports.SetVlanAccess", R"({"port_id":"c1-2","vlan_id":30})");
     must("db.CreateBackup", R"({"db_filename":"with30.db"})");
     must("ports.SetVlanLocal", R"({"port_id":"c1-2"})");
-    EXPECT_TRUE(eventually([this] { return ask() == "0 "; }));  // what is made once is made
+    settle();
+  }
+  // Everybody is connected, and what is made once is made.
+  void settle() {
+    EXPECT_TRUE(eventually([this] { return ask() == "0 "; }));
     undo();
     held = descriptors(unit->daemon().pid());
   }
@@ -163,7 +167,7 @@ class FailingConfigd : public testing::TestWithParam<Operation> {
       expect_own_end(unit->daemon(), control);
       expect_sound();
       unit->start();
-      held = descriptors(unit->daemon().pid());
+      settle();
     } else if (status == "0 ") {
       EXPECT_TRUE(GetParam().is_done(*unit)) << unit->daemon().err();
     } else {
