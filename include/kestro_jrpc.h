@@ -50,8 +50,7 @@ KESTRO_BEGIN_DECLS
 
 /*
  * One row of a method table. The table belongs to the daemon, usually as a constant array, and ends with a row whose
- * handler is null. Names are compared exactly; the first match counts. Between two requests rows may change, but not
- * the characters of a name that stays in its row.
+ * handler is null. Names are compared exactly; the first match counts.
  *
  * A handler gets the request's "params" object, borrowed, or null when there is none. It returns a status: 0 or more
  * for success, negative for failure (kestro_error.h). It may leave a new reference in `*result` (without one the result

@@ -32,7 +32,7 @@ bool is_free(int port) {
 }
 
 // Keeps ports from the other test programs that run at the same time, as long as this one does: each is a byte of one
-// file, which it locks. The system unlocks them at its end, and children have no part in them.
+// file of the user's, which it locks. The system unlocks them at its end, and children have no part in them.
 class Reservations {
  public:
   [[nodiscard]] bool take(int port) const {
@@ -47,7 +47,9 @@ class Reservations {
  private:
   Descriptor file_{open(path().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666)};
 
-  static std::string path() { return std::filesystem::temp_directory_path() / "kestro-test-ports"; }
+  static std::string path() {
+    return std::filesystem::temp_directory_path() / ("kestro-test-ports-" + std::to_string(getuid()));
+  }
 };
 const Reservations reservations;
 
