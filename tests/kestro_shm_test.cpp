@@ -29,6 +29,7 @@
 #include "support/descriptors.hpp"
 #include "support/faults.hpp"
 #include "support/log.hpp"
+#include "support/shm_name.hpp"
 
 namespace kestro::test {
 namespace {
@@ -40,26 +41,16 @@ using testing::IsEmpty;
 
 constexpr const char* module = "kestro_shm";
 
-// A variable's name that no other test has; the object is gone, if there was one, when this is.
-class Variable {
+class Variable : public ShmName {
  public:
-  explicit Variable(const char* word) : name_("/kestro-test-" + std::to_string(getpid()) + "-" + word) {}
-  Variable(const Variable&) = delete;
-  Variable& operator=(const Variable&) = delete;
-  ~Variable() { shm_unlink(name_.c_str()); }
-
-  operator const char*() const { return name_.c_str(); }
-  [[nodiscard]] std::string line(std::string_view before) const { return std::string(before) + name_ + ".\n"; }
-  [[nodiscard]] std::string path() const { return "/dev/shm" + name_; }
+  operator const char*() const { return c_str(); }
+  [[nodiscard]] std::string line(std::string_view before) const { return std::string(before) + str() + ".\n"; }
 
   [[nodiscard]] std::string bytes() const {
     std::ifstream file(path(), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
   }
   void put(std::string_view bytes) const { std::ofstream(path(), std::ios::binary) << bytes; }
-
- private:
-  std::string name_;
 };
 
 std::string zeros(size_t count) {
@@ -118,13 +109,13 @@ class Requests {
 thread_local Requests* Requests::current_ = nullptr;
 
 TEST(ShmCreate, MakesAnObjectOfZeroBytes) {
-  const Variable variable("create");
+  const Variable variable;
   EXPECT_THAT(stderr_of([&] { EXPECT_EQ(kestro_shm_create(variable, 5), 0); }), IsEmpty());
   EXPECT_EQ(variable.bytes(), zeros(5));
 }
 
 TEST(ShmCreate, WipesAndResizesAnExistingVariable) {
-  const Variable variable("again");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 8), 0);
   ASSERT_EQ(kestro_shm_set_string(variable, 8, "content"), 0);
   for (const int32_t size : {8, 3, 12}) {
@@ -135,7 +126,7 @@ TEST(ShmCreate, WipesAndResizesAnExistingVariable) {
 }
 
 TEST(ShmCreate, PermissionsAreTheHexadecimalNumber) {
-  const Variable variable("mode");
+  const Variable variable;
   const mode_t saved = umask(0);
   EXPECT_EQ(kestro_shm_create(variable, 4), 0);
   umask(saved);
@@ -145,7 +136,7 @@ TEST(ShmCreate, PermissionsAreTheHexadecimalNumber) {
 }
 
 TEST(ShmCreate, GoesOnWhenTheLengthCannotBeSet) {
-  const Variable variable("ftruncate");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 4), 0);
   ASSERT_EQ(kestro_shm_set_string(variable, 4, "old"), 0);
   const auto log = stderr_of([&] {
@@ -157,7 +148,7 @@ TEST(ShmCreate, GoesOnWhenTheLengthCannotBeSet) {
 }
 
 TEST(ShmCreate, ObjectThatStaysEmptyIsAFailureAndNoBusError) {
-  const Variable variable("empty");
+  const Variable variable;
   const auto log = stderr_of([&] {
     const Fault fault("ftruncate", EIO);
     EXPECT_EQ(kestro_shm_create(variable, 4), -1);
@@ -166,7 +157,7 @@ TEST(ShmCreate, ObjectThatStaysEmptyIsAFailureAndNoBusError) {
 }
 
 TEST(ShmCreate, NegativeSizeFailsInTheSystemCalls) {
-  const Variable variable("negative");
+  const Variable variable;
   for (const int32_t size : {-1, -4096, INT32_MIN}) {
     const auto log = stderr_of([&] { EXPECT_EQ(kestro_shm_create(variable, size), -1); });
     EXPECT_THAT(log, AllOf(HasLog(Error, module, "ftruncate failed\n"), HasSubstr("ftruncate: Invalid argument\n"),
@@ -176,7 +167,7 @@ TEST(ShmCreate, NegativeSizeFailsInTheSystemCalls) {
 }
 
 TEST(ShmString, ComesBackAsItWasSet) {
-  const Variable variable("text");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 8), 0);
   const struct {
     const char* name;
@@ -200,7 +191,7 @@ TEST(ShmString, ComesBackAsItWasSet) {
 }
 
 TEST(ShmString, SixCharactersIntoFourBytesLeaveThree) {
-  const Variable variable("six");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 4), 0);
   EXPECT_EQ(kestro_shm_set_string(variable, 4, "abcdef"), 0);
   EXPECT_EQ(variable.bytes(), std::string("abc\0", 4));
@@ -210,7 +201,7 @@ TEST(ShmString, SixCharactersIntoFourBytesLeaveThree) {
 }
 
 TEST(ShmString, ShortTextLeavesNothingOfALongerOne) {
-  const Variable variable("shorter");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 8), 0);
   ASSERT_EQ(kestro_shm_set_string(variable, 8, "longest"), 0);
   EXPECT_EQ(kestro_shm_set_string(variable, 8, "ab"), 0);
@@ -218,7 +209,7 @@ TEST(ShmString, ShortTextLeavesNothingOfALongerOne) {
 }
 
 TEST(ShmString, SizeOneHoldsTheEmptyText) {
-  const Variable variable("one");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 1), 0);
   variable.put("x");
   char output = 'x';
@@ -229,7 +220,7 @@ TEST(ShmString, SizeOneHoldsTheEmptyText) {
 }
 
 TEST(ShmString, RegionWithoutAnEndIsCut) {
-  const Variable variable("unended");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 4), 0);
   variable.put("abcdefgh");
   std::string output(5, 'x');
@@ -238,7 +229,7 @@ TEST(ShmString, RegionWithoutAnEndIsCut) {
 }
 
 TEST(ShmString, TextThatFillsWholePagesIsMeasuredWithinThem) {
-  const Variable variable("pages");
+  const Variable variable;
   const auto page = static_cast<int32_t>(sysconf(_SC_PAGESIZE));
   const auto bytes = static_cast<size_t>(page);
   ASSERT_EQ(kestro_shm_create(variable, page), 0);
@@ -251,7 +242,7 @@ TEST(ShmString, TextThatFillsWholePagesIsMeasuredWithinThem) {
 }
 
 TEST(ShmInt, ComesBackAsItWasSet) {
-  const Variable variable("int");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, sizeof(int32_t)), 0);
   for (const int32_t value : {0, 1, -1, INT32_MAX, INT32_MIN, 0x01020304}) {
     int32_t output = 99;
@@ -263,7 +254,7 @@ TEST(ShmInt, ComesBackAsItWasSet) {
 }
 
 TEST(ShmInt, TouchesTheFirstFourBytesOnly) {
-  const Variable variable("int8");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 8), 0);
   ASSERT_EQ(kestro_shm_set_string(variable, 8, "1234567"), 0);
   const int32_t zero = 0;
@@ -272,7 +263,7 @@ TEST(ShmInt, TouchesTheFirstFourBytesOnly) {
 }
 
 TEST(ShmInt, ThreadsNeverSeeHalfAValue) {
-  const Variable variable("atomic");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, sizeof(int32_t)), 0);
   std::atomic<bool> done = false;
   std::thread writer([&] {
@@ -291,7 +282,7 @@ TEST(ShmInt, ThreadsNeverSeeHalfAValue) {
 }
 
 TEST(ShmClear, ZeroesTheBytesAskedFor) {
-  const Variable variable("clear");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 8), 0);
   variable.put("12345678");
   EXPECT_EQ(kestro_shm_clear(variable, 3), 0);
@@ -332,7 +323,7 @@ TEST(ShmRefusal, NullName) {
 }
 
 TEST(ShmRefusal, NullSecondPointer) {
-  const Variable variable("null");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 8), 0);
   const auto log = stderr_of([&] {
     EXPECT_EQ(kestro_shm_get_string(variable, 8, nullptr), -1);
@@ -344,7 +335,7 @@ TEST(ShmRefusal, NullSecondPointer) {
 }
 
 TEST(ShmRefusal, ZeroSizeOpensNothing) {
-  const Variable variable("zero");
+  const Variable variable;
   for (const auto& operation : operations) {
     if (operation.zero_message == nullptr) continue;
     const auto log = stderr_of([&] { EXPECT_EQ(operation.run(variable, 0), -1); });
@@ -361,7 +352,7 @@ TEST(ShmRefusal, NullNameIsSeenBeforeSizeZero) {
 }
 
 TEST(ShmRefusal, VariableThatWasNeverCreated) {
-  const Variable variable("absent");
+  const Variable variable;
   for (const auto& operation : operations) {
     if (operation.run == kestro_shm_create) continue;
     const auto log = stderr_of([&] { EXPECT_EQ(operation.run(variable, 8), -1) << operation.label; });
@@ -376,7 +367,7 @@ TEST(ShmRefusal, NameThatTheSystemRefuses) {
 }
 
 TEST(ShmRefusal, SizesThatCannotBeMappedLeaveNothingBehind) {
-  const Variable variable("unmapped");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 8), 0);
   const auto descriptors = open_descriptors();
   const Requests requests;
@@ -396,7 +387,7 @@ TEST(ShmRefusal, SizesThatCannotBeMappedLeaveNothingBehind) {
 }
 
 TEST(ShmRefusal, EmptyObjectIsAFailureAndNoBusError) {
-  const Variable variable("hollow");
+  const Variable variable;
   ASSERT_EQ(kestro_shm_create(variable, 8), 0);
   variable.put("");
   for (const auto& operation : operations) {
@@ -407,7 +398,7 @@ TEST(ShmRefusal, EmptyObjectIsAFailureAndNoBusError) {
 }
 
 TEST(ShmRefusal, FailedReadEmptiesATextAndKeepsAnInteger) {
-  const Variable variable("outputs");
+  const Variable variable;
   std::string text(4, 'x');
   int32_t number = 7;
   EXPECT_EQ(kestro_shm_get_string(variable, 4, text.data()), -1);
@@ -422,7 +413,7 @@ TEST(ShmRefusal, LinesAreWrittenAtEveryLevelThatShowsErrors) {
 }
 
 TEST(Shm, SuccessIsSilentAndKeepsNothingOpen) {
-  const Variable variable("clean");
+  const Variable variable;
   const auto descriptors = open_descriptors();
   const Requests requests;
   const auto log = stderr_of([&] {
@@ -450,7 +441,7 @@ TEST(Shm, EachOperationAsksForNoMoreThanItNeeds) {
       {operations[4], O_RDWR, 4, read_write},
       {operations[5], O_RDWR, 16, read_write},
   };
-  const Variable variable("requests");
+  const Variable variable;
   for (const auto& row : rows) {
     const Requests requests;
     EXPECT_EQ(row.operation.run(variable, 16), 0) << row.operation.label;
@@ -479,8 +470,8 @@ int answer(const std::vector<std::string>& args) {
 }
 
 TEST(Shm, TwoProcessesShareVariables) {
-  const Variable number("question");
-  const Variable text("answer");
+  const Variable number;
+  const Variable text;
   ASSERT_EQ(kestro_shm_create(number, sizeof(int32_t)), 0);
   ASSERT_EQ(kestro_shm_create(text, 32), 0);
   const Child other("answer", {static_cast<const char*>(number), static_cast<const char*>(text)});

@@ -16,6 +16,7 @@
 #include "support/bus.hpp"
 #include "support/json.hpp"
 #include "support/process.hpp"
+#include "support/shm_name.hpp"
 #include "support/stream.hpp"
 #include "support/temp_dir.hpp"
 #include "support/terminal.hpp"
@@ -71,17 +72,17 @@ class Unit {
   }
   [[nodiscard]] std::string socket() const { return dir_.file("router.sock"); }
   [[nodiscard]] int port() const { return port_; }
-  [[nodiscard]] const std::string& stats_name() const { return stats_name_; }
+  [[nodiscard]] const std::string& stats_name() const { return stats_name_.str(); }
   [[nodiscard]] const Words& bus() const { return bus_; }
   [[nodiscard]] Process& router() { return *router_; }
   void stop_board() { board_.reset(); }
 
  private:
   void start_router() {
-    router_ = std::make_unique<Process>(
-        Words{KESTRO_ROUTERD, "--listen-unix", socket(), "--listen-tcp", std::to_string(port_), "--bus-publish",
-              router_address_, "--bus-subscribe", ports_address_, "--bus-subscribe", board_address_, "--stats-name",
-              stats_name_, "--timeout", "events.List=0.2", "--timeout", "rpc.discover=1", "--drain-timeout", "0.1"});
+    router_ = std::make_unique<Process>(Words{
+        KESTRO_ROUTERD, "--listen-unix", socket(), "--listen-tcp", std::to_string(port_), "--bus-publish",
+        router_address_, "--bus-subscribe", ports_address_, "--bus-subscribe", board_address_, "--stats-name",
+        stats_name_.str(), "--timeout", "events.List=0.2", "--timeout", "rpc.discover=1", "--drain-timeout", "0.1"});
   }
   [[nodiscard]] std::unique_ptr<Process> start_service(const std::string& address, const char* channel) const {
     return std::make_unique<Process>(Words{DESCRIBED_SERVICE, address, router_address_, channel});
@@ -92,7 +93,7 @@ class Unit {
   std::string router_address_ = free_bus_address();
   std::string ports_address_ = free_bus_address();
   std::string board_address_ = free_bus_address();
-  std::string stats_name_ = "/kestro-" + dir_.path().filename().string();
+  ShmName stats_name_;
   Words bus_{"--bus", router_address_, "--bus", ports_address_, "--bus", board_address_};
   std::unique_ptr<Process> router_;
   std::unique_ptr<Process> ports_;

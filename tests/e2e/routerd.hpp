@@ -29,6 +29,7 @@
 #include "support/log.hpp"
 #include "support/process.hpp"
 #include "support/sanitized.hpp"
+#include "support/shm_name.hpp"
 #include "support/temp_dir.hpp"
 
 namespace kestro::test {
@@ -176,7 +177,7 @@ class Road {
   [[nodiscard]] bool logs(std::string_view text) const {
     return eventually([&] { return router_->err().find(text) != std::string::npos; });
   }
-  [[nodiscard]] const std::string& stats_name() const { return stats_name_; }
+  [[nodiscard]] const std::string& stats_name() const { return stats_name_.str(); }
 
  private:
   [[nodiscard]] int64_t probes_counted_as(std::string_view name) const {
@@ -190,7 +191,7 @@ class Road {
                                           "--listen-tcp",    std::to_string(port_), "--bus-publish",
                                           router_address_,   "--bus-subscribe",     ports_address_,
                                           "--bus-subscribe", events_address_,       "--stats-name",
-                                          stats_name_,       "--timeout",           "ports.up.Echo=0.2",
+                                          stats_name_.str(), "--timeout",           "ports.up.Echo=0.2",
                                           "--timeout",       "events.up.Echo=0.2"};
     arguments.insert(arguments.end(), options.begin(), options.end());
     if (std::find(options.begin(), options.end(), "--drain-timeout") == options.end()) {
@@ -209,7 +210,7 @@ class Road {
   std::string router_address_ = free_bus_address();
   std::string ports_address_ = free_bus_address();
   std::string events_address_ = free_bus_address();
-  std::string stats_name_ = "/kestro-" + dir_.path().filename().string();
+  ShmName stats_name_;
   int64_t probes_answered_ = 0;
   int64_t probes_lost_ = 0;
   std::unique_ptr<Process> router_;

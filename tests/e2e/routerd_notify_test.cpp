@@ -8,6 +8,7 @@
 #include "support/bus.hpp"
 #include "support/process.hpp"
 #include "support/service_manager.hpp"
+#include "support/shm_name.hpp"
 #include "support/temp_dir.hpp"
 
 namespace kestro::test {
@@ -21,8 +22,9 @@ TEST(RouterdNotify, ReadinessStatusWatchdogAndEndAreTold) {
 #endif
   ServiceManager manager;
   const TempDir dir;
+  const ShmName stats_name;
   Process router({KESTRO_ROUTERD, "--listen-unix", dir.file("router.sock"), "--bus-publish", free_bus_address(),
-                  "--bus-subscribe", free_bus_address(), "--stats-name", "/" + dir.path().filename().string()},
+                  "--bus-subscribe", free_bus_address(), "--stats-name", stats_name.str()},
                  {manager.environment()});
   EXPECT_TRUE(manager.hears("READY=1"));
   EXPECT_TRUE(manager.hears("WATCHDOG=1\nSTATUS=0 clients, 0 requests in flight"));

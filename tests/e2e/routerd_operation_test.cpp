@@ -15,6 +15,7 @@
 #include "e2e/routerd.hpp"
 #include "kestro_mq.h"
 #include "support/named.hpp"
+#include "support/shm_name.hpp"
 
 namespace kestro::test {
 namespace {
@@ -148,11 +149,11 @@ TEST(RouterdCounters, EverybodyReadsWhatTheRouterAloneWrites) {
 // Whoever had put it there could shrink it under the router's hands.
 TEST(RouterdCounters, AreNotKeptInAVariableOfSomebodyElse) {
   const TempDir dir;
-  const std::string name = "/" + dir.path().filename().string();
+  const ShmName name;
   const Descriptor found(shm_open(name.c_str(), O_CREAT | O_EXCL | O_RDWR, 0666));
   ASSERT_GE(found.get(), 0);
   Process router({KESTRO_ROUTERD, "--listen-unix", dir.file("router.sock"), "--bus-publish", free_bus_address(),
-                  "--bus-subscribe", free_bus_address(), "--stats-name", name});
+                  "--bus-subscribe", free_bus_address(), "--stats-name", name.str()});
   std::array<char, routerd::StatsVariable::size> text{};
   EXPECT_TRUE(
       eventually([&] { return kestro_shm_get_string(name.c_str(), text.size(), text.data()) == 0 && text[0] == '{'; }));
@@ -165,13 +166,14 @@ TEST(RouterdCounters, AreNotKeptInAVariableOfSomebodyElse) {
 
 TEST(RouterdCounters, AreMissedWhereThereIsNoRoomForThem) {
   const TempDir dir;
-  const std::string name = "/" + dir.path().filename().string();
-  std::filesystem::create_directory("/dev/shm" + name);
-  const Finally remove_it([&]() noexcept { std::filesystem::remove("/dev/shm" + name); });
+  const ShmName name;
+  std::filesystem::create_directory(name.path());
+  const Finally remove_it([&]() noexcept { std::filesystem::remove(name.path()); });
   Process router({KESTRO_ROUTERD, "--listen-unix", dir.file("router.sock"), "--bus-publish", free_bus_address(),
-                  "--bus-subscribe", free_bus_address(), "--stats-name", name});
+                  "--bus-subscribe", free_bus_address(), "--stats-name", name.str()});
   EXPECT_TRUE(eventually([&] { return router.err().find("ready: clients at") != std::string::npos; }));
-  EXPECT_THAT(router.err(), HasLog(Error, "kestro_routerd", "no counters: cannot create " + name + ": File exists\n"));
+  EXPECT_THAT(router.err(),
+              HasLog(Error, "kestro_routerd", "no counters: cannot create " + name.str() + ": File exists\n"));
   EXPECT_EQ(router.terminate(), 0);
 }
 

@@ -25,6 +25,7 @@
 #include "support/json.hpp"
 #include "support/log.hpp"
 #include "support/named.hpp"
+#include "support/shm_name.hpp"
 #include "support/stream.hpp"
 
 namespace kestro::test {
@@ -283,59 +284,52 @@ void free_a_timer(Trial& trial) {
   EXPECT_EQ(timer, 0);
 }
 
-std::string variable_name() {
-  return "/kestro-faults-" + std::to_string(getpid());
-}
-
 // What is told when an object cannot be opened, cut to its size, or mapped.
-void expect_told(const Trial& trial, int32_t status) {
+void expect_told(const Trial& trial, const ShmName& name, int32_t status) {
   if (status == 0) return;
   const char* const text = failed(trial, "openat") ? "Shm_open error with " : "Mmap error with ";
-  EXPECT_THAT(trial.said(), HasLog(Error, "kestro_shm", text + variable_name() + ".\n"));
+  EXPECT_THAT(trial.said(), HasLog(Error, "kestro_shm", text + name.str() + ".\n"));
 }
 
 void create_a_variable(Trial& trial) {
-  const auto name = variable_name();
+  const ShmName name;
   const auto status = operate(trial, [&] { return kestro_shm_create(name.c_str(), 16); });
-  expect_told(trial, status);
+  expect_told(trial, name, status);
   if (failed(trial, "ftruncate")) {
     EXPECT_THAT(trial.said(), HasLog(Error, "kestro_shm", "ftruncate failed\n"));
   }
-  shm_unlink(name.c_str());
 }
 
 void use_a_variable(Trial& trial) {
-  const auto name = variable_name();
+  const ShmName name;
   ASSERT_EQ(kestro_shm_create(name.c_str(), 16), 0);
   std::array<char, 16> text = {'w', 'a', 's'};
-  expect_told(trial, operate(trial, [&] { return kestro_shm_set_string(name.c_str(), 16, "a text"); }));
+  expect_told(trial, name, operate(trial, [&] { return kestro_shm_set_string(name.c_str(), 16, "a text"); }));
   const bool stored = !trial.excused();
   const auto got = operate(trial, [&] { return kestro_shm_get_string(name.c_str(), 16, text.data()); });
-  expect_told(trial, got);
+  expect_told(trial, name, got);
   if (stored) {
     EXPECT_STREQ(text.data(), got == 0 ? "a text" : "");
   }
   int32_t number = 7;
-  expect_told(trial, operate(trial, [&] { return kestro_shm_set_int(name.c_str(), &number); }));
+  expect_told(trial, name, operate(trial, [&] { return kestro_shm_set_int(name.c_str(), &number); }));
   const bool set = !trial.excused();
   number = -2;
   const auto read = operate(trial, [&] { return kestro_shm_get_int(name.c_str(), &number); });
   if (set) {
     EXPECT_EQ(number, read == 0 ? 7 : -2);
   }
-  expect_told(trial, operate(trial, [&] { return kestro_shm_clear(name.c_str(), 16); }));
-  shm_unlink(name.c_str());
+  expect_told(trial, name, operate(trial, [&] { return kestro_shm_clear(name.c_str(), 16); }));
 }
 
 // The daemon runs without its counters rather than not at all.
 void publish_counters(Trial& trial) {
-  const auto name = variable_name();
+  const ShmName name;
   trial.make([&] {
-    const routerd::StatsVariable variable(name);
+    const routerd::StatsVariable variable(name.str());
     variable.publish({});
     variable.publish({});
   });
-  shm_unlink(name.c_str());
 }
 
 const CallRow opening_an_object = {"openat", SYS_openat, {EACCES, EMFILE, ENFILE, ENOENT, ENOSPC, EINTR}, -1};

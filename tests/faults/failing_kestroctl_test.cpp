@@ -16,6 +16,7 @@
 #include "kestro_jrpc.h"
 #include "support/bus.hpp"
 #include "support/named.hpp"
+#include "support/shm_name.hpp"
 
 namespace kestro::test {
 namespace {
@@ -34,11 +35,10 @@ using Words = std::vector<std::string>;
 class Unit {
  public:
   Unit() {
-    router_ = std::make_unique<Process>(
-        Words{KESTRO_ROUTERD, "--listen-unix", socket(), "--bus-publish", router_address_, "--bus-subscribe",
-              ports_address_, "--bus-subscribe", board_address_, "--stats-name",
-              "/kestro-" + dir_.path().filename().string(), "--drain-timeout", "0.1", "--read-timeout", "0.2",
-              "--timeout", "rpc.discover=2", "--timeout", "network.service.Discover=2"});
+    router_ = std::make_unique<Process>(Words{
+        KESTRO_ROUTERD, "--listen-unix", socket(), "--bus-publish", router_address_, "--bus-subscribe", ports_address_,
+        "--bus-subscribe", board_address_, "--stats-name", stats_name_.str(), "--drain-timeout", "0.1",
+        "--read-timeout", "0.2", "--timeout", "rpc.discover=2", "--timeout", "network.service.Discover=2"});
     ports_ = start_service(ports_address_, KESTRO_JRPC_CHANNEL_3A6F8F51);
     board_ = start_service(board_address_, KESTRO_JRPC_CHANNEL_DEFAULT);
     const bool up = eventually([this] {
@@ -54,6 +54,7 @@ class Unit {
   }
 
   TempDir dir_;
+  ShmName stats_name_;
   std::string router_address_ = free_bus_address();
   std::string ports_address_ = free_bus_address();
   std::string board_address_ = free_bus_address();

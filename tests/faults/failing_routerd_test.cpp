@@ -12,6 +12,7 @@
 
 #include "e2e/routerd.hpp"
 #include "faults/failing_process.hpp"
+#include "support/shm_name.hpp"
 #include "support/temp_dir.hpp"
 
 namespace kestro::test {
@@ -153,8 +154,7 @@ class FailingStart : public testing::Test {
   // ready.
   void start_once() {
     Process daemon({KESTRO_ROUTERD, "--listen-unix", dir.file("router.sock"), "--bus-publish", address,
-                    "--bus-subscribe", free_bus_address(), "--stats-name", "/kestro-" + dir.path().filename().string(),
-                    "--drain-timeout", "0.1"});
+                    "--bus-subscribe", free_bus_address(), "--stats-name", stats_name.str(), "--drain-timeout", "0.1"});
     EXPECT_TRUE(eventually([&] {
       return has_ended(daemon) || daemon.err().find("ready: clients at") != std::string::npos;
     })) << "neither ready nor ended: "
@@ -172,6 +172,7 @@ class FailingStart : public testing::Test {
   }
 
   TempDir dir;
+  ShmName stats_name;
   std::string address = free_bus_address();
   ControlFile control;
   ProgramCampaign campaign{control, From::Start};

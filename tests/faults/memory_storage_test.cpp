@@ -22,6 +22,7 @@
 #include "support/database.hpp"
 #include "support/log.hpp"
 #include "support/named.hpp"
+#include "support/shm_name.hpp"
 
 namespace kestro::test {
 namespace {
@@ -127,15 +128,15 @@ void change_in_a_transaction(Trial& trial) {
 
 void share_variables(Trial& trial) {
   const LogLevel level(Verbose);
-  const std::string name = "/kestro-faults-" + std::to_string(getpid());
+  const ShmName name;
+  const ShmName nobodys;
   std::array<char, 16> text{};
   trial.call({-1}, [&] { return kestro_shm_create(name.c_str(), text.size()); });
   trial.call({-1}, [&] { return kestro_shm_set_string(name.c_str(), text.size(), "a text"); });
   trial.call({-1}, [&] { return kestro_shm_get_string(name.c_str(), text.size(), text.data()); });
   EXPECT_TRUE(trial.excused() || std::string(text.data()) == "a text");
-  shm_unlink(name.c_str());
   // Told on standard error, whose own buffer is an allocation.
-  trial.make([&] { EXPECT_EQ(kestro_shm_get_string(name.c_str(), text.size(), text.data()), -1); });
+  trial.make([&] { EXPECT_EQ(kestro_shm_get_string(nobodys.c_str(), text.size(), text.data()), -1); });
 }
 
 void read_a_configuration(Trial& trial) {
