@@ -2,11 +2,15 @@
 #include "kestro_jrpc/methods.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace kestro::test {
@@ -16,11 +20,11 @@ int32_t handle(json_t* /*params*/, json_t** /*result*/, json_t** /*err_data*/) {
   return 0;
 }
 
-// Rows "m0", "m1" and so on, and the end.
+// Rows of those names, or "m0", "m1" and so on, and the end.
 class Table {
  public:
-  explicit Table(size_t size) {
-    for (size_t i = 0; i < size; ++i) names_.push_back("m" + std::to_string(i));
+  explicit Table(size_t size) : Table(numbered(size)) {}
+  explicit Table(std::vector<std::string> names) : names_(std::move(names)) {
     for (const auto& name : names_) rows_.push_back({name.c_str(), handle});
     rows_.push_back({nullptr, nullptr});
   }
@@ -33,6 +37,12 @@ class Table {
   }
 
  private:
+  static std::vector<std::string> numbered(size_t size) {
+    std::vector<std::string> names;
+    for (size_t i = 0; i < size; ++i) names.push_back("m" + std::to_string(i));
+    return names;
+  }
+
   std::vector<std::string> names_;
   std::vector<kestro_jrpc_mapping_t> rows_;
 };
@@ -46,6 +56,58 @@ TEST(KestroJrpcMethods, EveryRowIsFoundOnceAndAgain) {
       EXPECT_EQ(table.find(""), -1);
     }
   }
+}
+
+TEST(KestroJrpcMethods, NamesAreToldApartWhereverTheyDiffer) {
+  for (size_t length = 1; length <= 40; ++length) {
+    std::vector<std::string> names;
+    for (size_t place = 0; place < length; ++place) {
+      names.emplace_back(length, 'a');
+      names.back()[place] = 'b';
+    }
+    const Table table(names);
+    for (size_t row = 0; row < length; ++row) EXPECT_EQ(table.find(names[row]), static_cast<long>(row)) << names[row];
+    EXPECT_EQ(table.find(std::string(length, 'a')), -1);
+  }
+}
+
+TEST(KestroJrpcMethods, NamesAreToldApartByTheirLengths) {
+  std::vector<std::string> names;
+  for (size_t length = 40; length > 0; --length) names.emplace_back(length, 'a');
+  const Table table(names);
+  for (size_t row = 0; row < names.size(); ++row) EXPECT_EQ(table.find(names[row]), static_cast<long>(row));
+  EXPECT_EQ(table.find(""), -1);
+  EXPECT_EQ(table.find(std::string(41, 'a')), -1);
+}
+
+TEST(KestroJrpcMethods, NamesAreFoundWhateverStandsBehindThem) {
+  std::array<char, 64> text{};
+  for (size_t length = 0; length < 40; ++length) {
+    text.fill('x');
+    const std::string name(length, 'a');
+    memcpy(text.data(), name.c_str(), length + 1);
+    const kestro_jrpc_mapping_t rows[] = {{text.data(), handle}, {nullptr, nullptr}};
+    EXPECT_EQ(find_method(rows, name.c_str()), &rows[0]) << length;
+    EXPECT_EQ(find_method(rows, (name + "x").c_str()), nullptr) << length;
+  }
+}
+
+TEST(KestroJrpcMethods, NothingIsReadOfThePageBehindAName) {
+  const auto page = static_cast<size_t>(getpagesize());
+  void* const pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(pages, MAP_FAILED);
+  char* const end = static_cast<char*>(pages) + page;
+  ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+  for (size_t length = 0; length < 40; ++length) {
+    const std::string name(length, 'a');
+    char* const last = end - length - 1;
+    memcpy(last, name.c_str(), length + 1);
+    const kestro_jrpc_mapping_t rows[] = {{last, handle}, {nullptr, nullptr}};
+    EXPECT_EQ(find_method(rows, name.c_str()), &rows[0]) << length;
+    EXPECT_EQ(find_method(rows, "b"), nullptr) << length;
+    EXPECT_EQ(find_method(rows, last), &rows[0]) << length;
+  }
+  munmap(pages, 2 * page);
 }
 
 TEST(KestroJrpcMethods, TablesDoNotMeetEachOther) {
