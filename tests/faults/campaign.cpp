@@ -145,6 +145,7 @@ Outcome perform(const Performance& what) {
   if (child == 0) {
     alarm(patience);
     dup2(log.get(), STDERR_FILENO);
+    setenv("TMPDIR", directory.path().c_str(), 1);  // what a child that is to abort leaves goes with it
     play(what, directory.path(), shared);
     fflush(stdout);
     _exit(testing::Test::HasFailure() ? objected : well);
