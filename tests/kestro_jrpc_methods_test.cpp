@@ -1,4 +1,4 @@
-// Methods are found in tables of any length, whatever was found there before.
+// Methods are found in tables of any length, by names of any length.
 #include "kestro_jrpc/methods.hpp"
 
 #include <gtest/gtest.h>
@@ -12,6 +12,8 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "core/owned.hpp"
 
 namespace kestro::test {
 namespace {
@@ -78,6 +80,24 @@ TEST(KestroJrpcMethods, NamesAreToldApartByTheirLengths) {
   for (size_t row = 0; row < names.size(); ++row) EXPECT_EQ(table.find(names[row]), static_cast<long>(row));
   EXPECT_EQ(table.find(""), -1);
   EXPECT_EQ(table.find(std::string(41, 'a')), -1);
+}
+
+TEST(KestroJrpcMethods, NamesAreOfAnyBytes) {
+  std::vector<std::string> names;
+  for (int byte = 1; byte < 256; ++byte) names.emplace_back(20, static_cast<char>(byte));
+  const Table table(names);
+  for (size_t row = 0; row < names.size(); ++row) EXPECT_EQ(table.find(names[row]), static_cast<long>(row));
+}
+
+// Where memory is watched, not even a byte behind a name is read.
+TEST(KestroJrpcMethods, NamesMayEndWithTheirMemory) {
+  for (size_t length = 0; length < 40; ++length) {
+    const std::string name(length, 'a');
+    const Text copy(strdup(name.c_str()));
+    const kestro_jrpc_mapping_t rows[] = {{copy.get(), handle}, {nullptr, nullptr}};
+    EXPECT_EQ(find_method(rows, name.c_str()), &rows[0]) << length;
+    EXPECT_EQ(find_method(rows, "b"), nullptr) << length;
+  }
 }
 
 TEST(KestroJrpcMethods, NamesAreFoundWhateverStandsBehindThem) {

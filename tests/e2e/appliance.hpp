@@ -17,6 +17,7 @@
 #include "support/bus_caller.hpp"
 #include "support/json.hpp"
 #include "support/process.hpp"
+#include "support/shm_name.hpp"
 #include "support/stream_peer.hpp"
 #include "support/temp_dir.hpp"
 
@@ -83,11 +84,11 @@ class Appliance {
         options_.configd);
   }
   void start_routerd() {
-    routerd_ = start(
-        {KESTRO_ROUTERD, "--listen-unix", socket_, "--bus-publish", routerd_address_, "--bus-subscribe",
-         configd_address_, "--bus-subscribe", simd_address_, "--stats-name", "/" + dir_.path().filename().string(),
-         "--drain-timeout", "0.1", "--timeout", "rpc.discover=0.2", "--timeout", "network.service.Discover=0.2"},
-        options_.routerd);
+    routerd_ =
+        start({KESTRO_ROUTERD, "--listen-unix", socket_, "--bus-publish", routerd_address_, "--bus-subscribe",
+               configd_address_, "--bus-subscribe", simd_address_, "--stats-name", stats_name_.str(), "--drain-timeout",
+               "0.1", "--timeout", "rpc.discover=0.2", "--timeout", "network.service.Discover=0.2"},
+              options_.routerd);
   }
 
   // Whether everybody has found the others; what is asked before is lost. The configuration service tells the hardware of
@@ -113,6 +114,7 @@ class Appliance {
   static constexpr std::chrono::milliseconds briefly{200};
   ApplianceOptions options_;
   TempDir dir_;
+  ShmName stats_name_;
   std::string socket_ = dir_.file("router.sock");
   std::string simd_address_ = free_bus_address();
   std::string configd_address_ = free_bus_address();

@@ -28,6 +28,7 @@
 #include "support/json.hpp"
 #include "support/log.hpp"
 #include "support/named.hpp"
+#include "support/shm_name.hpp"
 
 namespace kestro::test {
 namespace {
@@ -217,8 +218,9 @@ void serve_a_client(Trial& trial) {
 }
 
 void count(Trial& trial) {
+  const ShmName name;
   std::optional<routerd::StatsVariable> variable;
-  variable.emplace("/kestro-faults-" + std::to_string(getpid()));
+  variable.emplace(name.str());
   trial.call({thrown}, [&] {
     return caught([&] {
       routerd::Stats stats;
