@@ -250,18 +250,17 @@ TEST(Routerd, StoppedServiceAnswersNobodyLate) {
 }
 
 TEST(Routerd, KilledServiceLeavesNobodyWithoutAnAnswer) {
-  Road road({"--timeout", "ports.Late=1"});
-  std::atomic<int> ended{0};
-  std::thread killer([&] {
-    EXPECT_TRUE(road.counts("in_flight", 64));
-    road.ports().signal(SIGKILL);
-  });
-  at_once(64, [&](int number) {
-    const auto id = std::to_string(number);
-    ended += road.call(request("ports.Late", payload(number, 0), id)) == timed_out(id) ? 1 : 0;
-  });
-  killer.join();
-  EXPECT_EQ(ended, 64);
+  Road road({"--timeout", "ports.Late=4"});
+  std::vector<Connection> clients;
+  for (int number = 0; number < 64; ++number) {
+    clients.push_back(road.connect());
+    clients.back().send(request("ports.Late", payload(number, 0), std::to_string(number)));
+  }
+  ASSERT_TRUE(road.counts("in_flight", 64));
+  road.ports().signal(SIGKILL);
+  for (size_t number = 0; number < clients.size(); ++number) {
+    EXPECT_EQ(clients[number].receive(), timed_out(std::to_string(number)));
+  }
   EXPECT_EQ(road.call(request("events.Echo", "{}", "1")), answer("events.Echo", "{}"));
 
   road.ports().wait();
