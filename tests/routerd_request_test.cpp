@@ -8,9 +8,9 @@
 
 #include <string>
 
+#include "core/sanitized.hpp"
 #include "kestro_jrpc.h"
 #include "support/named.hpp"
-#include "support/sanitized.hpp"
 
 namespace kestro::test {
 namespace {

@@ -6,17 +6,11 @@
 #include <cstdint>
 #include <cstring>
 
+#include "core/sanitized.hpp"
+
 namespace kestro {
 
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#elif defined(__has_feature)
-constexpr bool sanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool sanitized = false;
-#endif
 
 // How a name begins. Most rows are told apart by that, without a call for each.
 class Beginning {

@@ -22,13 +22,13 @@
 #include <vector>
 
 #include "core/owned.hpp"
+#include "core/sanitized.hpp"
 #include "kestro_jrpc.h"
 #include "kestro_shm.h"
 #include "routerd/stats.hpp"
 #include "support/bus.hpp"
 #include "support/log.hpp"
 #include "support/process.hpp"
-#include "support/sanitized.hpp"
 #include "support/shm_name.hpp"
 #include "support/temp_dir.hpp"
 

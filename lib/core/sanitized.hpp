@@ -1,8 +1,8 @@
-// Whether a sanitizer watches this program.
-#ifndef KESTRO_TESTS_SANITIZED_HPP
-#define KESTRO_TESTS_SANITIZED_HPP
+// Whether a sanitizer watches the memory of this program.
+#ifndef KESTRO_CORE_SANITIZED_HPP
+#define KESTRO_CORE_SANITIZED_HPP
 
-namespace kestro::test {
+namespace kestro {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool sanitized = true;
@@ -12,6 +12,6 @@ constexpr bool sanitized = __has_feature(address_sanitizer) || __has_feature(thr
 constexpr bool sanitized = false;
 #endif
 
-}  // namespace kestro::test
+}  // namespace kestro
 
 #endif
