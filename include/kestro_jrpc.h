@@ -50,7 +50,8 @@ KESTRO_BEGIN_DECLS
 
 /*
  * One row of a method table. The table belongs to the daemon, usually as a constant array, and ends with a row whose
- * handler is null. Names are compared exactly; the first match counts.
+ * handler is null. Names are compared exactly; the first match counts. Up to 15 bytes behind the end of a name may be
+ * read, never of another page; valgrind may tell of that where a name stands on the heap.
  *
  * A handler gets the request's "params" object, borrowed, or null when there is none. It returns a status: 0 or more
  * for success, negative for failure (kestro_error.h). It may leave a new reference in `*result` (without one the result

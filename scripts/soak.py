@@ -121,7 +121,7 @@ class Daemon:
                 yield os.readlink(descriptor)
 
     def descriptors(self):
-        """How many the daemon itself has open. faketime has two, or none where a dead process of this number left its names."""
+        """Its own. faketime has two more, or none where a dead process of the same number left its names."""
         return sum(not file.startswith("/dev/shm/faketime_shm_") for file in self.open_files())
 
 
